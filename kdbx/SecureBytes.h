@@ -1,0 +1,96 @@
+// kdbx/SecureBytes.h: a move-only byte buffer whose memory is wiped when it is released.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <span>
+#include <string_view>
+#include <vector>
+
+namespace quillon::kdbx {
+
+void secureWipe(void* data, std::size_t size) noexcept;
+
+// Wipes every block before it goes back to the heap, so reallocation never leaves old copies behind.
+template <class T>
+struct WipingAllocator {
+    using value_type = T;
+    WipingAllocator() noexcept = default;
+    template <class U>
+    WipingAllocator(const WipingAllocator<U>&) noexcept
+    {
+    }
+    T* allocate(std::size_t n) { return static_cast<T*>(::operator new(n * sizeof(T))); }
+    void deallocate(T* p, std::size_t n) noexcept
+    {
+        secureWipe(p, n * sizeof(T));
+        ::operator delete(p);
+    }
+    template <class U>
+    bool operator==(const WipingAllocator<U>&) const noexcept
+    {
+        return true;
+    }
+};
+
+using SecureVector = std::vector<std::uint8_t, WipingAllocator<std::uint8_t>>;
+using ByteView = std::span<const std::uint8_t>;
+
+// Secrets are never std::string: short strings live inside the object and escape any allocator.
+class SecureBytes {
+public:
+    SecureBytes() = default;
+    explicit SecureBytes(std::size_t size) : bytes_(size) {}
+    static SecureBytes from(ByteView data) { return SecureBytes(data); }
+    static SecureBytes fromText(std::string_view utf8)
+    {
+        return SecureBytes(ByteView(reinterpret_cast<const std::uint8_t*>(utf8.data()), utf8.size()));
+    }
+
+    SecureBytes(SecureBytes&&) noexcept = default;
+    SecureBytes& operator=(SecureBytes&& other) noexcept
+    {
+        if (this != &other) {
+            wipe();
+            bytes_ = std::move(other.bytes_);
+        }
+        return *this;
+    }
+    SecureBytes(const SecureBytes&) = delete;
+    SecureBytes& operator=(const SecureBytes&) = delete;
+    ~SecureBytes() { wipe(); }
+
+    SecureBytes copy() const { return SecureBytes(span()); }
+
+    std::uint8_t* data() noexcept { return bytes_.data(); }
+    const std::uint8_t* data() const noexcept { return bytes_.data(); }
+    std::size_t size() const noexcept { return bytes_.size(); }
+    bool empty() const noexcept { return bytes_.empty(); }
+    std::uint8_t& operator[](std::size_t i) noexcept { return bytes_[i]; }
+    std::uint8_t operator[](std::size_t i) const noexcept { return bytes_[i]; }
+    std::span<std::uint8_t> span() noexcept { return bytes_; }
+    ByteView span() const noexcept { return bytes_; }
+    // The bytes as UTF-8 text, valid until the buffer changes.
+    std::string_view view() const noexcept
+    {
+        return {reinterpret_cast<const char*>(bytes_.data()), bytes_.size()};
+    }
+
+    void reserve(std::size_t n) { bytes_.reserve(n); }
+    void resize(std::size_t n);
+    void append(ByteView more) { bytes_.insert(bytes_.end(), more.begin(), more.end()); }
+    void append(std::string_view text)
+    {
+        append(ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
+    }
+    void push_back(std::uint8_t b) { bytes_.push_back(b); }
+    // Overwrites the content with zeros and empties the buffer.
+    void wipe() noexcept;
+
+private:
+    explicit SecureBytes(ByteView data) : bytes_(data.begin(), data.end()) {}
+    SecureVector bytes_;
+};
+
+} // namespace quillon::kdbx
