@@ -1,8 +1,11 @@
-// app/main.cpp: program entry.
-#include <cstdio>
+// app/main.cpp: program entry; the command line's logic lives in CommandLine so tests can drive it.
+#include "app/CommandLine.h"
+#include "app/Hardening.h"
 
-int main()
+#include <iostream>
+
+int main(int argc, char** argv)
 {
-    std::puts("usage: quillon --verify <path> [password] | --self-test");
-    return 2;
+    quillon::app::hardenProcess();
+    return quillon::app::runCommandLine(argc, argv, std::cout);
 }

@@ -1,0 +1,197 @@
+// The quillon program as a user runs it: which mode the arguments choose, and what each prints.
+#include "app/CommandLine.h"
+#include "kdbx/OuterHeader.h"
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace quillon;
+using namespace quillon::test;
+using testing::HasSubstr;
+
+extern char** environ;
+
+namespace {
+
+const std::string quillon = QUILLON_BINARY_DIR "/app/quillon";
+const std::string usageLine = "usage: quillon --verify <path> [password] | --self-test\n";
+
+ProcessResult runQuillon(std::vector<std::string> args, ProcessOptions options = {})
+{
+    args.insert(args.begin(), quillon);
+    options.timeout = std::chrono::seconds(30);
+    return run(args, options);
+}
+
+std::vector<std::uint8_t> tinyHeader()
+{
+    kdbx::OuterHeader h;
+    h.masterSeed.assign(32, 1);
+    h.encryptionIV.assign(16, 2);
+    return kdbx::serialiseOuterHeader(h);
+}
+
+TEST(CommandLine, argumentsChooseTheMode)
+{
+    struct Case {
+        std::vector<std::string> args;
+        app::Mode mode;
+        std::string path;
+        int passwordArgument;
+    };
+    const Case cases[] = {
+        {{}, app::Mode::application, "", -1},
+        {{"--verify"}, app::Mode::application, "", -1},
+        {{"--verify", "a.kdbx"}, app::Mode::verify, "a.kdbx", -1},
+        {{"--verify", "a.kdbx", "pw", "ignored"}, app::Mode::verify, "a.kdbx", 3},
+        {{"--verify", ""}, app::Mode::verify, "", -1},
+        {{"x", "--verify", "a.kdbx"}, app::Mode::application, "", -1},
+        {{"--verify", "a.kdbx", "--self-test"}, app::Mode::selfTest, "", -1},
+        {{"a", "b", "c", "--self-test"}, app::Mode::selfTest, "", -1},
+        {{"--self-test", "--verify"}, app::Mode::selfTest, "", -1},
+        {{"--self-testing"}, app::Mode::application, "", -1},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> storage{"quillon"};
+        storage.insert(storage.end(), c.args.begin(), c.args.end());
+        std::vector<char*> argv;
+        for (auto& s : storage)
+            argv.push_back(s.data());
+        const auto command = app::parseCommandLine(argv);
+        const std::string name = testing::PrintToString(c.args);
+        EXPECT_EQ(command.mode, c.mode) << name;
+        EXPECT_EQ(command.path, c.path) << name;
+        EXPECT_EQ(command.passwordArgument, c.passwordArgument) << name;
+    }
+}
+
+TEST(CommandLine, leadingTildeIsTheHomeDirectory)
+{
+    const char* saved = std::getenv("HOME");
+    const std::string savedHome = saved ? saved : "";
+    ::setenv("HOME", "/home/someone", 1);
+    EXPECT_EQ(app::expandTilde("~"), "/home/someone");
+    EXPECT_EQ(app::expandTilde("~/x.kdbx"), "/home/someone/x.kdbx");
+    EXPECT_EQ(app::expandTilde("a/~/x.kdbx"), "a/~/x.kdbx");
+    EXPECT_EQ(app::expandTilde("~root/x"), "/root/x");
+    EXPECT_EQ(app::expandTilde("~no-such-user-here/x"), "~no-such-user-here/x");
+    if (saved)
+        ::setenv("HOME", savedHome.c_str(), 1);
+    else
+        ::unsetenv("HOME");
+}
+
+TEST(CommandLine, programPrintsWhatEachFormAsksFor)
+{
+    TempDir dir;
+    writeFile(dir / "notkdbx.kdbx", std::string_view("hello, this is not a database"));
+    auto header = tinyHeader();
+    writeFile(dir / "cut.kdbx", std::span(header).first(header.size() - 3));
+    std::filesystem::create_directory(dir / "folder");
+    const std::string home = dir.path().string();
+
+    struct Case {
+        const char* name;
+        std::vector<std::string> args;
+        std::string out;
+        int status;
+    };
+    const Case cases[] = {
+        {"nothing", {}, usageLine, 2},
+        {"verify alone", {"--verify"}, usageLine, 2},
+        {"verify not first", {"x", "--verify", home + "/notkdbx.kdbx", "pw"}, usageLine, 2},
+        {"empty path", {"--verify", ""}, "Not a file: (no path given)\n", 1},
+        {"empty path with password", {"--verify", "", "pw"}, "Not a file: (no path given)\n", 1},
+        {"directory", {"--verify", home + "/folder", "pw"}, "Not a file: " + home + "/folder\n", 1},
+        {"missing", {"--verify", home + "/missing.kdbx"}, "Not a file: " + home + "/missing.kdbx\n", 1},
+        {"tilde missing", {"--verify", "~/missing.kdbx", "pw"}, "Not a file: " + home + "/missing.kdbx\n", 1},
+        {"tilde found", {"--verify", "~/notkdbx.kdbx", "pw", "extra"}, "failed: Not a KDBX file.\n", 1},
+        {"truncated header", {"--verify", "~/cut.kdbx", "pw"}, "failed: Malformed header: unexpected end of data.\n", 1},
+        {"read failure", {"--verify", "/proc/self/mem", "pw"}, "failed: Input/output error\n", 1},
+    };
+    for (const auto& c : cases) {
+        ProcessOptions options;
+        options.env["HOME"] = home;
+        const auto r = runQuillon(c.args, options);
+        EXPECT_EQ(r.out, c.out) << c.name;
+        EXPECT_EQ(r.exitCode, c.status) << c.name;
+        EXPECT_EQ(r.err, "") << c.name;
+    }
+}
+
+TEST(CommandLine, withoutTerminalThePasswordCannotBeAsked)
+{
+    TempDir dir;
+    writeFile(dir / "db.kdbx", tinyHeader());
+    ProcessOptions options;
+    options.newSession = true;
+    options.input = "typed on a pipe\n"; // must not be taken as the password
+    const auto r = runQuillon({"--verify", (dir / "db.kdbx").string()}, options);
+    EXPECT_EQ(r.out, "No terminal to read a password from.\n");
+    EXPECT_EQ(r.exitCode, 1);
+}
+
+TEST(CommandLine, selfTestWinsWherever)
+{
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"--self-test"}, {"--verify", "/nonexistent", "--self-test"}, {"--verify", "--self-test"}}) {
+        const auto r = runQuillon(args);
+        EXPECT_EQ(r.exitCode, 0) << r.out;
+        EXPECT_THAT(r.out, HasSubstr("  ok    OuterHeader with unknown fields\n"));
+        EXPECT_THAT(r.out, testing::EndsWith(" passed, 0 failed\n"));
+        EXPECT_THAT(r.out, testing::Not(HasSubstr("FAIL")));
+        EXPECT_THAT(r.out, testing::Not(HasSubstr("ERROR")));
+    }
+}
+
+#ifdef QUILLON_HARDENED
+// While the program waits on a FIFO, its password argument is gone from its command line and the
+// system will write no core file for it; its own self-test sees it is not dumpable.
+TEST(CommandLine, releaseBuildIsHardenedAndWipesThePasswordArgument)
+{
+    TempDir dir;
+    const auto fifo = dir / "db.kdbx";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const std::string password = "hunter2-in-argv";
+    std::vector<std::string> storage{quillon, "--verify", fifo.string(), password};
+    std::vector<char*> argv;
+    for (auto& s : storage)
+        argv.push_back(s.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t pid = 0;
+    ASSERT_EQ(::posix_spawn(&pid, quillon.c_str(), &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+
+    // Opening the FIFO waits for the program to open it, which it does only after the checks.
+    const int writer = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(writer, 0);
+    const auto proc = std::filesystem::path("/proc") / std::to_string(pid);
+    const auto cmdline = readFile(proc / "cmdline");
+    EXPECT_THAT(std::string(cmdline.begin(), cmdline.end()), testing::Not(HasSubstr("hunter2")));
+    const auto limits = readFile(proc / "limits");
+    EXPECT_THAT(std::string(limits.begin(), limits.end()),
+                testing::ContainsRegex("Max core file size +0 +0 +bytes"));
+    ::close(writer);
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+
+    EXPECT_THAT(runQuillon({"--self-test"}).out, HasSubstr("  ok    no core dumps, not dumpable\n"));
+}
+#endif
+
+} // namespace
