@@ -4,6 +4,7 @@
 #include "app/VerifyReport.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -47,6 +48,18 @@ void writeAll(int fd, std::string_view text)
     }
 }
 
+// An interrupted prompt must not leave the user's terminal without echo.
+int promptTerminal = -1;
+termios promptSaved{};
+constexpr int promptSignals[] = {SIGINT, SIGTERM, SIGQUIT, SIGHUP};
+
+extern "C" void restoreTerminalAndDie(int signal)
+{
+    ::tcsetattr(promptTerminal, TCSAFLUSH, &promptSaved);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
 } // namespace
 
 Command parseCommandLine(std::span<char* const> argv)
@@ -81,6 +94,10 @@ std::optional<kdbx::SecureBytes> readPasswordFromTerminal(std::string_view promp
     termios saved{};
     const bool canSilence = ::tcgetattr(tty, &saved) == 0;
     if (canSilence) {
+        promptTerminal = tty;
+        promptSaved = saved;
+        for (const int signal : promptSignals)
+            std::signal(signal, restoreTerminalAndDie);
         termios silent = saved;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         silent.c_lflag |= ECHONL;
@@ -89,6 +106,7 @@ std::optional<kdbx::SecureBytes> readPasswordFromTerminal(std::string_view promp
     writeAll(tty, prompt);
 
     kdbx::SecureBytes password;
+    password.reserve(256);
     for (;;) {
         std::uint8_t c = 0;
         const ssize_t n = ::read(tty, &c, 1);
@@ -99,8 +117,11 @@ std::optional<kdbx::SecureBytes> readPasswordFromTerminal(std::string_view promp
         password.push_back(c);
         c = 0;
     }
-    if (canSilence)
+    if (canSilence) {
         ::tcsetattr(tty, TCSAFLUSH, &saved);
+        for (const int signal : promptSignals)
+            std::signal(signal, SIG_DFL);
+    }
     ::close(tty);
     return password;
 }

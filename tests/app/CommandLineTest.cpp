@@ -11,6 +11,9 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <poll.h>
+#include <pty.h>
+#include <termios.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -140,6 +143,77 @@ TEST(CommandLine, withoutTerminalThePasswordCannotBeAsked)
     const auto r = runQuillon({"--verify", (dir / "db.kdbx").string()}, options);
     EXPECT_EQ(r.out, "No terminal to read a password from.\n");
     EXPECT_EQ(r.exitCode, 1);
+}
+
+// Everything the terminal shows until the program ends, typing `typed` once the prompt appears (or,
+// with no text to type, interrupting the program there).
+struct TerminalSession {
+    std::string shown;
+    int status = -1;
+    int signal = 0;
+    bool echoAfterwards = false;
+};
+
+TerminalSession runOnTerminal(const std::vector<std::string>& args, const std::string& typed)
+{
+    std::vector<std::string> storage{quillon};
+    storage.insert(storage.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (auto& s : storage)
+        argv.push_back(s.data());
+    argv.push_back(nullptr);
+    int master = -1;
+    const pid_t pid = ::forkpty(&master, nullptr, nullptr, nullptr);
+    if (pid == 0) {
+        ::execv(quillon.c_str(), argv.data());
+        ::_exit(127);
+    }
+    TerminalSession session;
+    if (pid < 0)
+        return session;
+    bool answered = false;
+    for (;;) {
+        pollfd p{master, POLLIN, 0};
+        if (::poll(&p, 1, 20000) <= 0)
+            break;
+        char buffer[256];
+        const ssize_t n = ::read(master, buffer, sizeof buffer);
+        if (n <= 0)
+            break; // EIO once the program has ended and closed the terminal
+        session.shown.append(buffer, static_cast<std::size_t>(n));
+        if (!answered && session.shown.find("Password: ") != std::string::npos) {
+            answered = true;
+            if (typed.empty())
+                ::kill(pid, SIGINT);
+            else if (::write(master, typed.data(), typed.size()) < 0)
+                break;
+        }
+    }
+    int status = 0;
+    if (::waitpid(pid, &status, 0) == pid) {
+        session.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        session.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    }
+    termios settings{};
+    session.echoAfterwards = ::tcgetattr(master, &settings) == 0 && (settings.c_lflag & ECHO) != 0;
+    ::close(master);
+    return session;
+}
+
+TEST(CommandLine, promptReadsThePasswordFromTheTerminalWithoutEcho)
+{
+    TempDir dir;
+    writeFile(dir / "notkdbx.kdbx", std::string_view("not a database"));
+    const auto session = runOnTerminal({"--verify", (dir / "notkdbx.kdbx").string()}, "typed-secret\n");
+    EXPECT_THAT(session.shown, testing::StartsWith("Password: "));
+    EXPECT_THAT(session.shown, testing::Not(HasSubstr("typed-secret")));
+    EXPECT_THAT(session.shown, HasSubstr("failed: Not a KDBX file.\r\n"));
+    EXPECT_EQ(session.status, 1);
+    EXPECT_TRUE(session.echoAfterwards);
+
+    const auto interrupted = runOnTerminal({"--verify", (dir / "notkdbx.kdbx").string()}, "");
+    EXPECT_EQ(interrupted.signal, SIGINT);
+    EXPECT_TRUE(interrupted.echoAfterwards) << "the interrupted prompt left echo off";
 }
 
 TEST(CommandLine, selfTestWinsWherever)
