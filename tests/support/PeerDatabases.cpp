@@ -44,7 +44,11 @@ std::string describe(const PeerDatabase& spec)
         const auto& e = spec.entries[i];
         json += std::string(i ? "," : "") + "{\"group\":" + jsonString(e.group) + ",\"title\":" + jsonString(e.title) +
                 ",\"username\":" + jsonString(e.username) + ",\"password\":" + jsonString(e.password) +
-                ",\"url\":" + jsonString(e.url) + ",\"notes\":" + jsonString(e.notes) + "}";
+                ",\"url\":" + jsonString(e.url) + ",\"notes\":" + jsonString(e.notes) + ",\"fields\":[";
+        for (std::size_t f = 0; f < e.fields.size(); ++f)
+            json += std::string(f ? "," : "") + "[" + jsonString(e.fields[f].first) + "," +
+                    jsonString(e.fields[f].second) + "]";
+        json += "]}";
     }
     return json + "]}";
 }
@@ -86,8 +90,13 @@ for path_ in spec["groups"]:
     parent, _, name = path_.rpartition("/")
     groups[path_] = kp.add_group(groups[parent], name)
 for e in spec["entries"]:
-    kp.add_entry(groups[e["group"]], e["title"], e["username"], e["password"], url=e["url"] or None,
-                 notes=e["notes"] or None)
+    entry = kp.add_entry(groups[e["group"]], e["title"], e["username"], e["password"], url=e["url"] or None,
+                         notes=e["notes"] or None)
+    for key, value in e["fields"]:
+        if key == "otp":  # pykeepass reserves this name for its own property
+            entry.otp = value
+        else:
+            entry.set_custom_property(key, value)
 kp.save()
 )PY";
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quillon::test {
@@ -24,6 +25,7 @@ struct PeerEntry {
     std::string password;
     std::string url;
     std::string notes;
+    std::vector<std::pair<std::string, std::string>> fields{}; // custom string fields, e.g. {"otp", uri}
 };
 
 // A KDBX 4 database as pykeepass writes it. The key-derivation costs default to tiny values so tests
