@@ -1,5 +1,6 @@
 // One-time codes agree with KeePassXC for otp fields stored in a KDBX 4 file made by pykeepass.
 #include "kdbx/Random.h"
+#include "tests/support/PeerDatabases.h"
 #include "tests/support/Peers.h"
 #include "tests/support/TempDir.h"
 #include "tools/OtpAuthUri.h"
@@ -16,25 +17,11 @@
 namespace quillon::tools {
 namespace {
 
-// Creates a KDBX 4 file (tiny Argon2 cost) whose entries "e0", "e1", ... hold the given otp URIs.
-const char* const createScript = R"(
-import sys
-from pykeepass import create_database
-kp = create_database(sys.argv[1], password='pw')
-kdf = kp.kdbx.header.value.dynamic_header.kdf_parameters.data.dict
-kdf['I'].value = 1; kdf['M'].value = 64 * 1024; kdf['P'].value = 1
-del kp.kdbx.header['data']            # rebuild the header from the changed values
-kp.kdbx.body.transformed_key = None   # and derive the key again
-for i, uri in enumerate(sys.argv[2:]):
-    kp.add_entry(kp.root_group, 'e%d' % i, 'user', 'pass').otp = uri
-kp.save()
-)";
-
 // Prints "<title>\t<otp>" for every entry, as read back from the file.
 const char* const readScript = R"(
 import sys
 from pykeepass import PyKeePass
-for e in PyKeePass(sys.argv[1], password='pw').entries:
+for e in PyKeePass(sys.argv[1], password=sys.argv[2]).entries:
     print('%s\t%s' % (e.title, e.otp))
 )";
 
@@ -64,14 +51,18 @@ TEST(OtpInterop, codesMatchKeepassxcForUrisInTheOtpField)
     records.push_back(record(Algorithm::sha1, 5, 30, true));
 
     test::TempDir dir;
-    const auto file = (dir / "otp.kdbx").string();
-    std::vector<std::string> args{file};
-    for (const auto& totp : records)
-        args.emplace_back(formatOtp(totp).view());
-    const auto created = test::pykeepass(createScript, args);
+    const auto file = dir / "otp.kdbx";
+    test::PeerDatabase spec;
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        test::PeerEntry entry;
+        entry.title = "e" + std::to_string(i);
+        entry.fields = {{"otp", std::string(formatOtp(records[i]).view())}};
+        spec.entries.push_back(entry);
+    }
+    const auto created = test::makePykeepassDatabase(file, spec);
     ASSERT_EQ(created.exitCode, 0) << created.err;
 
-    const auto read = test::pykeepass(readScript, {file});
+    const auto read = test::pykeepass(readScript, {file.string(), *spec.credentials.password});
     ASSERT_EQ(read.exitCode, 0) << read.err;
     std::map<std::string, std::string> stored;
     std::istringstream lines(read.out);
@@ -90,7 +81,7 @@ TEST(OtpInterop, codesMatchKeepassxcForUrisInTheOtpField)
         bool compared = false;
         for (int attempt = 0; attempt < 3 && !compared; ++attempt) {
             const double before = secondsSince1970Now();
-            const auto shown = test::keepassxc({"show", "--totp", file, title}, "pw\n");
+            const auto shown = test::keepassxcOn("show", file, spec.credentials, {title}, {"--totp"});
             const double after = secondsSince1970Now();
             ASSERT_EQ(shown.exitCode, 0) << shown.err;
             const auto step = [&](double t) { return std::floor(t) / static_cast<double>(totp->period); };
