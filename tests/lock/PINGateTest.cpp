@@ -1,0 +1,178 @@
+#include "lock/PINGate.h"
+
+#include <gtest/gtest.h>
+
+using namespace quillon;
+using quillon::kdbx::ByteView;
+using quillon::lock::PINDecision;
+using quillon::lock::PINGate;
+using quillon::lock::UnlockMode;
+
+namespace {
+
+ByteView bytes(std::string_view text)
+{
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+const lock::DuressTest duress = [](ByteView text) {
+    return std::string_view(reinterpret_cast<const char*>(text.data()), text.size()) == "help me";
+};
+
+kdbx::Credentials databaseCredentials()
+{
+    kdbx::Credentials c;
+    c.password = kdbx::SecureBytes::fromText("database password");
+    c.keyFile = kdbx::SecureBytes::fromText("key file bytes");
+    return c;
+}
+
+// A window unlocked with a pending PIN of "2468", then locked.
+PINGate lockedWithPIN()
+{
+    PINGate gate;
+    gate.attemptSucceeded(kdbx::SecureBytes::fromText("2468"));
+    gate.windowLocked(databaseCredentials());
+    return gate;
+}
+
+void expectGone(const PINGate& gate)
+{
+    EXPECT_FALSE(gate.pinLock());
+    EXPECT_FALSE(gate.holdsCredentials());
+    EXPECT_EQ(gate.heldBytes(), 0u);
+    EXPECT_FALSE(gate.isPINMode());
+}
+
+TEST(PINGate, refusesShortPINsAndTheDuressPassword)
+{
+    EXPECT_EQ(PINGate::refusal(bytes("123"), duress), "A PIN needs at least 4 characters.");
+    EXPECT_EQ(PINGate::refusal(bytes("help me"), duress), "That's the duress password. Choose another PIN.");
+    EXPECT_FALSE(PINGate::refusal(bytes("1234"), duress));
+    EXPECT_FALSE(PINGate::refusal(bytes("\u00e9t\u00e9!"), duress));
+}
+
+TEST(PINGate, rightPINOpensAgainAndAgain)
+{
+    auto gate = lockedWithPIN();
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(gate.isPINMode());
+        auto decision = gate.enter(bytes("2468"), duress);
+        ASSERT_EQ(decision.action, PINDecision::Action::unlock);
+        EXPECT_EQ(decision.mode, UnlockMode::pin);
+        ASSERT_TRUE(decision.credentials && decision.credentials->password && decision.credentials->keyFile);
+        EXPECT_EQ(decision.credentials->password->view(), "database password");
+        EXPECT_EQ(decision.credentials->keyFile->view(), "key file bytes");
+        gate.attemptSucceeded(std::nullopt);
+        EXPECT_FALSE(gate.holdsCredentials()); // released, not kept while unlocked
+        gate.windowLocked(databaseCredentials());
+    }
+}
+
+TEST(PINGate, wrongTriesRunOutAndTakeTheCredentialsWithThem)
+{
+    auto gate = lockedWithPIN();
+    const char* hints[] = {"Wrong. 2 more tries.", "Wrong. One more try."};
+    for (const char* hint : hints) {
+        auto decision = gate.enter(bytes("1357"), duress);
+        ASSERT_EQ(decision.action, PINDecision::Action::tryAsPassword);
+        EXPECT_EQ(decision.mode, UnlockMode::passwordAtPIN);
+        const auto failure = gate.attemptFailed(UnlockMode::passwordAtPIN, true);
+        EXPECT_TRUE(failure.handled);
+        EXPECT_FALSE(failure.fallBack);
+        EXPECT_EQ(failure.hint, hint);
+        EXPECT_TRUE(gate.isPINMode());
+    }
+    ASSERT_EQ(gate.enter(bytes("1357"), duress).action, PINDecision::Action::tryAsPassword);
+    const auto last = gate.attemptFailed(UnlockMode::passwordAtPIN, true);
+    EXPECT_TRUE(last.fallBack);
+    EXPECT_EQ(last.hint, "Too many wrong tries. Enter the password.");
+    expectGone(gate);
+    EXPECT_EQ(PINGate::wrongTriesHint(5), "Wrong. 5 more tries.");
+}
+
+TEST(PINGate, rightPINAfterTwoWrongTriesRestoresAllThree)
+{
+    auto gate = lockedWithPIN();
+    for (int i = 0; i < 2; ++i) {
+        gate.enter(bytes("0000"), duress);
+        gate.attemptFailed(UnlockMode::passwordAtPIN, true);
+    }
+    ASSERT_EQ(gate.pinLock()->triesLeft, 1);
+    EXPECT_EQ(gate.enter(bytes("2468"), duress).mode, UnlockMode::pin);
+    EXPECT_EQ(gate.pinLock()->triesLeft, 3);
+}
+
+TEST(PINGate, onlyAWrongPasswordCostsATry)
+{
+    auto gate = lockedWithPIN();
+    // The entry was the database password: the attempt succeeds and nothing is spent.
+    ASSERT_EQ(gate.enter(bytes("database password"), duress).action, PINDecision::Action::tryAsPassword);
+    gate.attemptSucceeded(std::nullopt);
+    ASSERT_TRUE(gate.pinLock());
+    EXPECT_EQ(gate.pinLock()->triesLeft, 3);
+
+    // A failure other than wrong credentials (a damaged file) is an ordinary password failure.
+    gate.windowLocked(databaseCredentials());
+    gate.enter(bytes("0000"), duress);
+    const auto other = gate.attemptFailed(UnlockMode::passwordAtPIN, false);
+    EXPECT_FALSE(other.handled);
+    EXPECT_EQ(gate.pinLock()->triesLeft, 3);
+    EXPECT_TRUE(gate.isPINMode());
+
+    EXPECT_EQ(gate.enter({}, duress).action, PINDecision::Action::none);
+    EXPECT_EQ(gate.pinLock()->triesLeft, 3);
+}
+
+TEST(PINGate, duressAtThePINScreenRetiresThePINWithoutSpendingATry)
+{
+    auto gate = lockedWithPIN();
+    gate.enter(bytes("0000"), duress);
+    gate.attemptFailed(UnlockMode::passwordAtPIN, true);
+    const auto decision = gate.enter(bytes("help me"), duress);
+    EXPECT_EQ(decision.action, PINDecision::Action::unlock);
+    EXPECT_EQ(decision.mode, UnlockMode::duressAtPIN);
+    EXPECT_FALSE(decision.credentials);
+    expectGone(gate);
+}
+
+TEST(PINGate, aPINEqualToALaterDuressPasswordStillOpensTheRealDatabase)
+{
+    PINGate gate;
+    gate.attemptSucceeded(kdbx::SecureBytes::fromText("help me"));
+    gate.windowLocked(databaseCredentials());
+    EXPECT_EQ(gate.enter(bytes("help me"), duress).mode, UnlockMode::pin);
+}
+
+TEST(PINGate, failuresOfHeldCredentialsFallBackToThePassword)
+{
+    for (auto mode : {UnlockMode::pin, UnlockMode::duressAtPIN}) {
+        auto gate = lockedWithPIN();
+        const auto failure = gate.attemptFailed(mode, true);
+        EXPECT_TRUE(failure.fallBack);
+        EXPECT_EQ(failure.hint, "The PIN can't open it now. Enter the password.");
+        expectGone(gate);
+    }
+    auto gate = lockedWithPIN();
+    EXPECT_FALSE(gate.attemptFailed(UnlockMode::password, true).handled);
+    EXPECT_TRUE(gate.isPINMode());
+}
+
+TEST(PINGate, lockingKeepsCredentialsOnlyWithAPINAndAShortPendingPINRemovesIt)
+{
+    PINGate gate;
+    gate.windowLocked(databaseCredentials());
+    expectGone(gate);
+
+    gate = lockedWithPIN();
+    ASSERT_TRUE(gate.isPINMode());
+    gate.attemptSucceeded(kdbx::SecureBytes::fromText("12"));
+    expectGone(gate);
+
+    gate = lockedWithPIN();
+    gate.retire();
+    expectGone(gate);
+    EXPECT_EQ(gate.enter(bytes("2468"), duress).action, PINDecision::Action::fallBack);
+}
+
+} // namespace
