@@ -1,0 +1,30 @@
+// kdbx/BlockStream.h: the authenticated block stream that carries the encrypted payload, and its keys.
+#pragma once
+
+#include "kdbx/ByteReader.h"
+#include "kdbx/Crypto.h"
+#include "kdbx/SecureBytes.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace quillon::kdbx {
+
+// The index the header's authentication code uses; payload blocks count from 0.
+inline constexpr std::uint64_t headerBlockIndex = 0xFFFFFFFFFFFFFFFF;
+
+// SHA-512(index, little-endian ‖ HMAC base key): 64 bytes.
+SecureBytes blockKey(const SecureBytes& hmacBaseKey, std::uint64_t index);
+
+Digest256 headerHmac(ByteView rawHeader, const SecureBytes& hmacBaseKey);
+
+// Appends the blocks to out: full blocks of blockSize, the rest, then an empty final block.
+void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const SecureBytes& hmacBaseKey,
+                      std::size_t blockSize = std::size_t{1} << 20);
+
+// Reads up to and including the empty final block and returns the joined ciphertext. Throws
+// blockCorrupt(i) for a block whose code does not match and "unexpected end of data" for a short stream.
+std::vector<std::uint8_t> readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey);
+
+} // namespace quillon::kdbx

@@ -1,0 +1,38 @@
+// kdbx/PayloadCipher.h: the two payload ciphers, AES-256-CBC and the ChaCha20 stream (also the inner stream).
+#pragma once
+
+#include "kdbx/SecureBytes.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+struct evp_cipher_ctx_st;
+
+namespace quillon::kdbx {
+
+// PKCS#7 padding; key 32 bytes and IV 16 bytes, else the program stops.
+std::vector<std::uint8_t> aes256CbcEncrypt(const SecureBytes& key, ByteView iv, ByteView plaintext);
+// Any failure (bad padding, a length not a whole number of blocks, an IV of the wrong size) is
+// wrongCredentials: the authentication codes were checked before, so only a wrong key gets here.
+SecureBytes aes256CbcDecrypt(const SecureBytes& key, ByteView iv, ByteView ciphertext);
+
+// RFC 8439 ChaCha20: a 32-byte key and a 12-byte nonce, else the program stops.
+class ChaCha20 {
+public:
+    ChaCha20(ByteView key, ByteView nonce, std::uint32_t counter = 0);
+    ~ChaCha20();
+    ChaCha20(ChaCha20&& other) noexcept;
+    ChaCha20& operator=(ChaCha20&& other) noexcept;
+    ChaCha20(const ChaCha20&) = delete;
+    ChaCha20& operator=(const ChaCha20&) = delete;
+
+    // XORs data in place with the keystream; the position carries over to the next call, so two calls
+    // equal one over the joined bytes. Encrypts and decrypts alike.
+    void apply(std::span<std::uint8_t> data);
+
+private:
+    evp_cipher_ctx_st* context_ = nullptr;
+};
+
+} // namespace quillon::kdbx
