@@ -1,0 +1,188 @@
+#include "kdbx/Gzip.h"
+
+#include "kdbx/ByteReader.h"
+#include "kdbx/ByteWriter.h"
+#include "kdbx/Check.h"
+#include "kdbx/KdbxError.h"
+#include "kdbx/WipingHeap.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <climits>
+#include <string>
+
+namespace quillon::kdbx {
+namespace {
+
+constexpr int rawDeflate = -15;
+constexpr std::uint8_t flagExtra = 0x04;
+constexpr std::uint8_t flagName = 0x08;
+constexpr std::uint8_t flagComment = 0x10;
+constexpr std::uint8_t flagHeaderCrc = 0x02;
+// DEFLATE cannot expand a byte of input into more than about 1032 bytes of output.
+constexpr std::size_t maxDeflateRatio = 1032;
+constexpr std::size_t firstGuessMinimum = std::size_t{64} << 10;
+
+uInt slice(std::size_t n) noexcept { return static_cast<uInt>(std::min<std::size_t>(n, UINT_MAX)); }
+
+// The compressor and decompressor state hold plaintext (window, pending output): it lives on the wiping
+// heap, and is ended on every path.
+struct ZStream {
+    z_stream z{};
+    bool inflating;
+    explicit ZStream(bool inflate) : inflating(inflate)
+    {
+        z.zalloc = wipingZalloc;
+        z.zfree = wipingZfree;
+    }
+    ~ZStream() { inflating ? inflateEnd(&z) : deflateEnd(&z); }
+    ZStream(const ZStream&) = delete;
+    ZStream& operator=(const ZStream&) = delete;
+};
+
+std::string zlibReason(const z_stream& z, int code)
+{
+    return std::string("decompression failed: ") + (z.msg ? z.msg : zError(code));
+}
+
+std::string ceilingText(std::size_t ceiling)
+{
+    constexpr std::size_t gib = std::size_t{1} << 30;
+    const std::string amount =
+        ceiling % gib == 0 ? std::to_string(ceiling / gib) + " GiB" : std::to_string(ceiling) + " bytes";
+    return "decompressed data exceeds " + amount;
+}
+
+// Raw inflate into wiped memory, never past the ceiling. The output is sized once from the trailer's
+// length when that is believable, so ordinary payloads are inflated without a single regrowth.
+SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceiling)
+{
+    ZStream stream(true);
+    z_stream& z = stream.z;
+    if (const int code = inflateInit2(&z, rawDeflate); code != Z_OK)
+        throw DecompressionError(zlibReason(z, code));
+
+    const std::size_t ratioBound = input.size() > ceiling / maxDeflateRatio ? ceiling : input.size() * maxDeflateRatio;
+    std::size_t capacity = std::min({std::max<std::size_t>(sizeHint, 1), ratioBound, ceiling});
+    capacity = std::max(capacity, std::min(firstGuessMinimum, ceiling));
+    SecureBytes out(capacity);
+    std::size_t produced = 0;
+
+    for (;;) {
+        if (produced == out.size()) {
+            if (out.size() >= ceiling) {
+                // Full at the ceiling: the stream may still end here without another byte.
+                std::uint8_t probe = 0;
+                z.next_out = &probe;
+                z.avail_out = 1;
+                z.next_in = const_cast<Bytef*>(input.data());
+                z.avail_in = slice(input.size());
+                const int code = inflate(&z, Z_NO_FLUSH);
+                secureWipe(&probe, 1);
+                if (code == Z_STREAM_END && z.avail_out == 1)
+                    break;
+                if (z.avail_out == 0)
+                    throw DecompressionError(ceilingText(ceiling));
+                throw DecompressionError(zlibReason(z, code));
+            }
+            out.resize(std::min(out.size() * 2, ceiling));
+        }
+        const std::size_t inBefore = z.total_in;
+        z.next_in = const_cast<Bytef*>(input.data());
+        z.avail_in = slice(input.size());
+        z.next_out = out.data() + produced;
+        z.avail_out = slice(out.size() - produced);
+        const uInt outBefore = z.avail_out;
+        const int code = inflate(&z, Z_NO_FLUSH);
+        produced += outBefore - z.avail_out;
+        input = input.subspan(static_cast<std::size_t>(z.total_in - inBefore));
+        if (code == Z_STREAM_END)
+            break;
+        if (code == Z_BUF_ERROR && input.empty())
+            throw DecompressionError("decompression failed: unexpected end of compressed data");
+        if (code != Z_OK && code != Z_BUF_ERROR)
+            throw DecompressionError(zlibReason(z, code));
+    }
+    out.resize(produced);
+    return out;
+}
+
+void skipZeroTerminated(ByteReader& reader)
+{
+    while (reader.u8() != 0) {
+    }
+}
+
+} // namespace
+
+std::uint32_t crc32(ByteView data)
+{
+    return static_cast<std::uint32_t>(::crc32_z(0, data.data(), data.size()));
+}
+
+std::vector<std::uint8_t> gzip(ByteView data)
+{
+    ZStream stream(false);
+    z_stream& z = stream.z;
+    QUILLON_CHECK(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, rawDeflate, 8, Z_DEFAULT_STRATEGY) == Z_OK);
+
+    static constexpr std::uint8_t header[] = {0x1f, 0x8b, 0x08, 0x00, 0, 0, 0, 0, 0x00, 0xff};
+    std::vector<std::uint8_t> out(header, header + sizeof header);
+    out.resize(sizeof header + deflateBound(&z, static_cast<uLong>(data.size())));
+    std::size_t produced = sizeof header;
+    ByteView rest = data;
+    for (;;) {
+        if (produced == out.size())
+            out.resize(out.size() * 2);
+        const std::size_t inBefore = z.total_in;
+        z.next_in = const_cast<Bytef*>(rest.data());
+        z.avail_in = slice(rest.size());
+        z.next_out = out.data() + produced;
+        z.avail_out = slice(out.size() - produced);
+        const uInt outBefore = z.avail_out;
+        const bool last = rest.size() <= UINT_MAX;
+        const int code = deflate(&z, last ? Z_FINISH : Z_NO_FLUSH);
+        produced += outBefore - z.avail_out;
+        rest = rest.subspan(static_cast<std::size_t>(z.total_in - inBefore));
+        if (code == Z_STREAM_END)
+            break;
+        QUILLON_CHECK(code == Z_OK || code == Z_BUF_ERROR);
+    }
+    out.resize(produced);
+    ByteWriter writer(out);
+    writer.u32(crc32(data));
+    writer.u32(static_cast<std::uint32_t>(data.size()));
+    return out;
+}
+
+SecureBytes gunzip(ByteView data, std::size_t ceiling)
+{
+    ByteReader reader(data);
+    const ByteView magic = reader.bytes(2);
+    if (magic[0] != 0x1f || magic[1] != 0x8b)
+        throw KdbxError::malformedInner("not gzip");
+    reader.skip(1); // the method byte is not checked
+    const std::uint8_t flags = reader.u8();
+    reader.skip(6);
+    if (flags & flagExtra)
+        reader.skip(reader.u16());
+    if (flags & flagName)
+        skipZeroTerminated(reader);
+    if (flags & flagComment)
+        skipZeroTerminated(reader);
+    if (flags & flagHeaderCrc)
+        reader.skip(2);
+    if (reader.remaining() < 8)
+        throw KdbxError::malformedHeader(unexpectedEnd);
+
+    const ByteView compressed = reader.bytes(reader.remaining() - 8);
+    const std::uint32_t storedCrc = reader.u32();
+    const std::uint32_t storedLength = reader.u32();
+    SecureBytes out = inflateRaw(compressed, storedLength, ceiling);
+    if (crc32(out.span()) != storedCrc)
+        throw KdbxError::malformedInner("gzip crc mismatch");
+    return out;
+}
+
+} // namespace quillon::kdbx
