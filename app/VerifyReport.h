@@ -1,4 +1,4 @@
-// app/VerifyReport.h: the --verify report: opens a database, saves it to memory, opens it again, compares.
+// app/VerifyReport.h: --verify: open a database, save it to memory, open it again, compare the documents.
 #pragma once
 
 #include "kdbx/SecureBytes.h"
@@ -8,7 +8,8 @@
 
 namespace quillon::app {
 
-// Prints the report to `out`, one line per message; returns the exit status.
-int runVerify(const std::filesystem::path& path, const quillon::kdbx::SecureBytes& password, std::ostream& out);
+// Prints the report to out and returns the exit status: 0 when the document survived unchanged.
+// Protected values never appear in the output or in the files it writes.
+int runVerify(const std::filesystem::path& path, const kdbx::SecureBytes& password, std::ostream& out);
 
 } // namespace quillon::app

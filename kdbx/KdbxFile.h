@@ -1,0 +1,66 @@
+// kdbx/KdbxFile.h: a decoded KDBX 4 database, opened from and saved to bytes.
+#pragma once
+
+#include "kdbx/CompositeKey.h"
+#include "kdbx/InnerHeader.h"
+#include "kdbx/OuterHeader.h"
+#include "kdbx/SecureBytes.h"
+
+#include <pugixml.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace quillon::kdbx {
+
+// The codec knows nothing of paths: reading and writing files belongs to the file layer.
+class KdbxFile {
+    // The payload the document was parsed from in place; text nodes point into it until edited, so it
+    // is declared before the document and outlives it.
+    SecureBytes parseBuffer_;
+
+public:
+    OuterHeader header;
+    InnerHeader inner;
+    // The decrypted document; protected values are held as plain text in their Value elements.
+    pugi::xml_document document;
+
+    // Throws KdbxError (or DecompressionError for a payload zlib refuses); nothing is returned on failure.
+    static std::unique_ptr<KdbxFile> open(ByteView fileBytes, const Credentials& credentials);
+    // Draws a fresh seed, IV, Argon2 salt and inner stream key, so every save differs.
+    // The document holds plain values again afterwards, whether or not the save succeeded.
+    std::vector<std::uint8_t> save(const Credentials& credentials);
+    // Encrypts a finished payload (inner header and XML) into a whole file under the header's cipher,
+    // compression and key-derivation settings, as they stand.
+    static std::vector<std::uint8_t> seal(const OuterHeader& header, const Credentials& credentials,
+                                          SecureBytes payload);
+    // An empty database: AES-256, Argon2id 64 MiB / 10 iterations / 2 lanes, compressed.
+    static std::unique_ptr<KdbxFile> newDatabase();
+
+    KdbxFile() = default;
+    KdbxFile(const KdbxFile&) = delete;
+    KdbxFile& operator=(const KdbxFile&) = delete;
+};
+
+// How pugixml reads and writes the document: whitespace kept, declaration kept, raw output with
+// self-closing empty elements.
+inline constexpr unsigned xmlParseOptions = pugi::parse_default | pugi::parse_ws_pcdata | pugi::parse_declaration;
+inline constexpr unsigned xmlFormatOptions = pugi::format_raw;
+
+// Counts what the verification report and `stats` show: every Entry (history copies included) and
+// every Value marked Protected="True".
+struct DocumentCounts {
+    std::size_t entries = 0;
+    std::size_t protectedValues = 0;
+};
+DocumentCounts countDocument(const pugi::xml_document& document);
+
+// Visits every Value element marked Protected="True" below root, in document order, without recursion.
+void forEachProtectedValue(const pugi::xml_node& root, const std::function<void(pugi::xml_node)>& visit);
+
+// Serialises a node as raw XML text into wiped memory.
+SecureBytes serialiseXml(const pugi::xml_node& node);
+
+} // namespace quillon::kdbx

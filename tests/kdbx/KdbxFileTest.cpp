@@ -1,0 +1,248 @@
+#include "kdbx/Argon2Kdf.h"
+#include "kdbx/BlockStream.h"
+#include "kdbx/Encoding.h"
+#include "kdbx/Gzip.h"
+#include "kdbx/KdbxError.h"
+#include "kdbx/KdbxFile.h"
+#include "kdbx/KeyFile.h"
+#include "tests/support/TestDb.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace quillon::kdbx;
+using quillon::test::passwordOnly;
+using quillon::test::TestDbOptions;
+using quillon::test::tinyDatabase;
+using quillon::test::tinyFile;
+using testing::StartsWith;
+
+namespace {
+
+std::string rootText(const KdbxFile& file) { return std::string(serialiseXml(file.document.document_element()).view()); }
+
+std::string openError(ByteView bytes, const Credentials& credentials)
+{
+    try {
+        KdbxFile::open(bytes, credentials);
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    return "opened";
+}
+
+// Rewrites the outer header of a file and its two integrity values, keeping the block stream: the
+// keys do not change as long as the seed and key-derivation parameters stay.
+std::vector<std::uint8_t> withHeader(ByteView file, const Credentials& credentials, void (*mutate)(OuterHeader&))
+{
+    ByteReader reader(file);
+    ParsedOuterHeader parsed = parseOuterHeader(reader);
+    reader.skip(64);
+    mutate(parsed.header);
+    std::vector<std::uint8_t> out = serialiseOuterHeader(parsed.header);
+    const SecureBytes transformed = transformKey(compositeKey(credentials), parsed.header.kdf);
+    const DerivedKeys keys = deriveKeys(parsed.header.masterSeed, transformed);
+    const Digest256 digest = headerDigest(out);
+    const Digest256 mac = headerHmac(out, keys.hmacBaseKey);
+    out.insert(out.end(), digest.begin(), digest.end());
+    out.insert(out.end(), mac.begin(), mac.end());
+    out.insert(out.end(), reader.rest().begin(), reader.rest().end());
+    return out;
+}
+
+TEST(KdbxFile, everySaveDrawsFreshSecretsYetOpensToTheSameDocument)
+{
+    const Credentials key = passwordOnly("correct horse");
+    auto file = tinyDatabase();
+    const std::string before = rootText(*file);
+    const auto first = file->save(key);
+    const auto seed = file->header.masterSeed;
+    const auto iv = file->header.encryptionIV;
+    const auto salt = *file->header.kdf.get<std::vector<std::uint8_t>>("S");
+    const SecureBytes stream = file->inner.streamKey.copy();
+    const auto second = file->save(key);
+    EXPECT_NE(first, second);
+    EXPECT_NE(seed, file->header.masterSeed);
+    EXPECT_NE(iv, file->header.encryptionIV);
+    EXPECT_NE(salt, *file->header.kdf.get<std::vector<std::uint8_t>>("S"));
+    EXPECT_NE(stream.view(), file->inner.streamKey.view());
+    // Saving hands the document back with plain values.
+    EXPECT_EQ(rootText(*file), before);
+    EXPECT_EQ(rootText(*KdbxFile::open(first, key)), before);
+    EXPECT_EQ(rootText(*KdbxFile::open(second, key)), before);
+}
+
+TEST(KdbxFile, roundTripsEachCipherKdfAndCompression)
+{
+    const Credentials key = passwordOnly("pw");
+    for (const Identifier& cipher : {cipherAes256, cipherChaCha20})
+        for (const Identifier& kdf : {kdfArgon2d, kdfArgon2id})
+            for (bool compressed : {true, false}) {
+                auto file = tinyDatabase({cipher, kdf, compressed});
+                const auto bytes = file->save(key);
+                auto back = KdbxFile::open(bytes, key);
+                EXPECT_EQ(rootText(*back), rootText(*file));
+                EXPECT_TRUE(isIdentifier(back->header.cipher, cipher));
+                EXPECT_EQ(back->header.compressed, compressed);
+                EXPECT_EQ(back->header.encryptionIV.size(), isIdentifier(cipher, cipherChaCha20) ? 12u : 16u);
+            }
+}
+
+TEST(KdbxFile, keepsWhatItDoesNotInterpret)
+{
+    const Credentials key = passwordOnly("pw");
+    auto file = tinyDatabase();
+    file->header.minor = 1;
+    file->header.unknownFields = {{9, {1, 2, 3}}, {200, {}}};
+    file->header.publicCustomData = std::vector<std::uint8_t>{0x00, 0x01, 0x42};
+    file->inner.unknownFields = {{7, {4, 5}}, {250, {6}}};
+    file->inner.binaries.push_back({1, SecureBytes::fromText("first attachment")});
+    file->inner.binaries.push_back({0, SecureBytes::fromText(std::string(3000, 'z'))});
+    file->inner.binaries.push_back({0x80, SecureBytes()});
+    quillon::test::setDocument(*file, R"(<?xml version="1.0" encoding="utf-8" standalone="yes"?>
+<KeePassFile><Meta><Generator>X</Generator><CustomData><Item><Key>k</Key><Value>v</Value></Item></CustomData></Meta>
+<Root><Group><UUID>AAAAAAAAAAAAAAAAAAAAAA==</UUID><Name>Root</Name><Future a="1" b="2"><Deep>  text
+  </Deep></Future><Entry><UUID>AQIDBAUGBwgJCgsMDQ4PEA==</UUID><String><Key>Notes</Key><Value Protected="True">é漢字🔑 and &lt;xml&gt;</Value></String>
+<String><Key>Empty</Key><Value Protected="True"/></String><AutoType><Enabled>True</Enabled></AutoType>
+<Binary><Key>a.txt</Key><Value Ref="0"/></Binary><Tags>x;y</Tags></Entry></Group></Root></KeePassFile>)");
+    const std::string before = rootText(*file);
+    auto back = KdbxFile::open(file->save(key), key);
+    EXPECT_EQ(rootText(*back), before);
+    EXPECT_EQ(back->header.minor, 1);
+    EXPECT_EQ(back->header.unknownFields, file->header.unknownFields);
+    EXPECT_EQ(back->header.publicCustomData, file->header.publicCustomData);
+    EXPECT_EQ(back->inner.unknownFields, file->inner.unknownFields);
+    ASSERT_EQ(back->inner.binaries.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(back->inner.binaries[i].flags, file->inner.binaries[i].flags);
+        EXPECT_EQ(back->inner.binaries[i].data.view(), file->inner.binaries[i].data.view());
+    }
+    EXPECT_EQ(countDocument(back->document).protectedValues, 2u);
+}
+
+TEST(KdbxFile, errorsComeInTheirFixedOrder)
+{
+    const Credentials right = passwordOnly("right");
+    const Credentials wrong = passwordOnly("wrong");
+    const auto file = tinyFile(right);
+    EXPECT_EQ(openError(file, wrong), "Wrong password or key file.");
+
+    // A damaged header is reported as damage even with the wrong password: its digest is checked first.
+    auto damaged = file;
+    damaged[20] ^= 1;
+    EXPECT_EQ(openError(damaged, wrong), "The header failed its integrity check.");
+
+    ByteReader reader(file);
+    const std::size_t headerSize = parseOuterHeader(reader).raw.size();
+    auto badMac = file;
+    badMac[headerSize + 32] ^= 1;
+    EXPECT_EQ(openError(badMac, right), "Wrong password or key file.");
+
+    // An unknown cipher is only named once the key has been proven right.
+    const auto twofish = withHeader(file, right, [](OuterHeader& h) {
+        h.cipher = {0xad, 0x68, 0xf2, 0x9f, 0x57, 0x6f, 0x4b, 0xb9, 0xa3, 0x6a, 0xd4, 0x7a, 0xf9, 0x65, 0x34, 0x6c};
+    });
+    EXPECT_EQ(openError(twofish, right), "Unsupported cipher rWjyn1dvS7mjatR6+WU0bA==.");
+    EXPECT_EQ(openError(twofish, wrong), "Wrong password or key file.");
+
+    auto block = file;
+    block[headerSize + 64 + 36] ^= 1;
+    EXPECT_EQ(openError(block, right), "Data block 0 failed its integrity check.");
+}
+
+TEST(KdbxFile, truncationAnywhereIsUnexpectedEnd)
+{
+    const Credentials key = passwordOnly("pw");
+    const auto file = tinyFile(key);
+    for (std::size_t cut = 0; cut < file.size(); ++cut)
+        ASSERT_EQ(openError(ByteView(file).first(cut), key), "Malformed header: unexpected end of data.")
+            << "cut at " << cut;
+}
+
+TEST(KdbxFile, keyFilesAndPasswordsAreDistinctKeys)
+{
+    const SecureBytes keyFile = generateKeyFile();
+    Credentials fileOnly;
+    fileOnly.keyFile = keyFile.copy();
+    Credentials emptyAndFile = fileOnly.copy();
+    emptyAndFile.password = SecureBytes();
+    const auto bytes = tinyFile(fileOnly);
+    EXPECT_EQ(openError(bytes, fileOnly), "opened");
+    EXPECT_EQ(openError(bytes, emptyAndFile), "Wrong password or key file.");
+}
+
+struct InnerCase {
+    const char* name;
+    std::string payload; // inner header and XML, before compression
+    bool compressed;
+    const char* expected;
+};
+
+std::string field(std::uint8_t id, const std::string& data)
+{
+    std::string f(1, static_cast<char>(id));
+    const auto n = static_cast<std::uint32_t>(data.size());
+    for (int s = 0; s < 32; s += 8)
+        f.push_back(static_cast<char>((n >> s) & 0xFF));
+    return f + data;
+}
+
+const std::string streamId3 = field(1, std::string("\x03\0\0\0", 4));
+const std::string aKey = field(2, std::string(64, 'k'));
+const std::string end = field(0, "");
+const std::string goodXml = "<KeePassFile><Root/></KeePassFile>";
+
+class InnerPayload : public testing::TestWithParam<InnerCase> {};
+
+TEST_P(InnerPayload, isRefusedWithItsMessage)
+{
+    const Credentials key = passwordOnly("pw");
+    auto file = tinyDatabase({cipherAes256, kdfArgon2id, false});
+    SecureBytes payload = SecureBytes::fromText(GetParam().payload);
+    auto bytes = KdbxFile::seal(file->header, key, std::move(payload));
+    // A payload that claims compression it does not have.
+    if (GetParam().compressed)
+        bytes = withHeader(bytes, key, [](OuterHeader& h) { h.compressed = true; });
+    EXPECT_EQ(openError(bytes, key), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    KdbxFile, InnerPayload,
+    testing::Values(
+        InnerCase{"salsa20", field(1, std::string("\x02\0\0\0", 4)) + aKey + end + "<a><Value Protected=\"True\">AA==</Value></a>", false,
+                  "Malformed inner header: unsupported inner stream 2."},
+        InnerCase{"missingKey", streamId3 + end + goodXml, false, "Malformed inner header: missing stream key."},
+        InnerCase{"shortStreamId", field(1, "\x03") + aKey + end + goodXml, false, "Malformed inner header: stream id."},
+        InnerCase{"emptyBinary", streamId3 + aKey + field(3, "") + end + goodXml, false,
+                  "Malformed inner header: binary."},
+        InnerCase{"truncatedField", streamId3 + aKey + std::string("\x03\xff\0\0\0", 5), false,
+                  "Malformed header: unexpected end of data."},
+        InnerCase{"brokenXml", streamId3 + aKey + end + "<KeePassFile><Root>", false, "Malformed XML: could not parse."},
+        InnerCase{"notBase64", streamId3 + aKey + end + "<a><Value Protected=\"True\">not base64!</Value></a>", false,
+                  "Malformed XML: a protected value is not base64."},
+        InnerCase{"notGzip", streamId3 + aKey + end + goodXml, true, "Malformed inner header: not gzip."}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(KdbxFile, newDatabaseFollowsTheTemplate)
+{
+    auto file = KdbxFile::newDatabase();
+    EXPECT_EQ(file->header.major, 4);
+    EXPECT_EQ(file->header.minor, 0);
+    EXPECT_TRUE(isIdentifier(file->header.cipher, cipherAes256));
+    EXPECT_TRUE(file->header.compressed);
+    EXPECT_TRUE(isIdentifier(*file->header.kdf.get<std::vector<std::uint8_t>>("$UUID"), kdfArgon2id));
+    EXPECT_EQ(*file->header.kdf.get<std::uint64_t>("M"), 64u << 20);
+    EXPECT_EQ(*file->header.kdf.get<std::uint64_t>("I"), 10u);
+    EXPECT_EQ(*file->header.kdf.get<std::uint32_t>("P"), 2u);
+    EXPECT_EQ(*file->header.kdf.get<std::uint32_t>("V"), 0x13u);
+    EXPECT_EQ(file->inner.streamKey.size(), 64u);
+    const pugi::xml_node root = file->document.child("KeePassFile");
+    EXPECT_STREQ(root.child("Meta").child_value("Generator"), "Quillon");
+    EXPECT_STREQ(root.child("Meta").child_value("HistoryMaxItems"), "-1");
+    EXPECT_STREQ(root.child("Root").child("Group").child_value("Name"), "Root");
+    EXPECT_EQ(std::string(root.child("Root").child("Group").child_value("UUID")).size(), 24u);
+}
+
+} // namespace

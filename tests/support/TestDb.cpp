@@ -1,0 +1,50 @@
+#include "tests/support/TestDb.h"
+
+#include <stdexcept>
+
+namespace quillon::test {
+
+kdbx::Credentials passwordOnly(std::string_view password)
+{
+    kdbx::Credentials c;
+    c.password = kdbx::SecureBytes::fromText(password);
+    return c;
+}
+
+std::unique_ptr<kdbx::KdbxFile> tinyDatabase(const TestDbOptions& options)
+{
+    auto file = kdbx::KdbxFile::newDatabase();
+    file->header.cipher.assign(options.cipher.begin(), options.cipher.end());
+    file->header.compressed = options.compressed;
+    auto& kdf = file->header.kdf.entries;
+    kdf["$UUID"] = std::vector<std::uint8_t>(options.kdf.begin(), options.kdf.end());
+    kdf["M"] = std::uint64_t{64 * 1024};
+    kdf["I"] = std::uint64_t{1};
+    kdf["P"] = std::uint32_t{1};
+    pugi::xml_node group = file->document.child("KeePassFile").child("Root").child("Group");
+    pugi::xml_node entry = group.append_child("Entry");
+    entry.append_child("UUID").text().set(kdbx::newUuidText().c_str());
+    for (auto [key, value, isProtected] : {std::tuple{"Title", "Sample", false}, {"UserName", "alice", false},
+                                           {"Password", "s3cret", true}}) {
+        pugi::xml_node s = entry.append_child("String");
+        s.append_child("Key").text().set(key);
+        pugi::xml_node v = s.append_child("Value");
+        if (isProtected)
+            v.append_attribute("Protected").set_value("True");
+        v.text().set(value);
+    }
+    return file;
+}
+
+std::vector<std::uint8_t> tinyFile(const kdbx::Credentials& credentials, const TestDbOptions& options)
+{
+    return tinyDatabase(options)->save(credentials);
+}
+
+void setDocument(kdbx::KdbxFile& file, std::string_view xml)
+{
+    if (!file.document.load_buffer(xml.data(), xml.size(), kdbx::xmlParseOptions, pugi::encoding_utf8))
+        throw std::invalid_argument("test XML does not parse");
+}
+
+} // namespace quillon::test
