@@ -205,7 +205,7 @@ INSTANTIATE_TEST_SUITE_P(Interop, QuillonWrites,
                                          Config{"chachaArgon2dPlainPassword", kdbx::cipherChaCha20, kdbx::kdfArgon2d, false, true, false},
                                          Config{"aesArgon2dPlainKeyFile", kdbx::cipherAes256, kdbx::kdfArgon2d, false, false, true},
                                          Config{"chachaArgon2idGzipBoth", kdbx::cipherChaCha20, kdbx::kdfArgon2id, true, true, true}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& row) { return std::string(row.param.name); });
 
 const char* pykeepassMake = R"PY(
 import sys

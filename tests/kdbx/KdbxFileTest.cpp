@@ -223,7 +223,7 @@ INSTANTIATE_TEST_SUITE_P(
         InnerCase{"notBase64", streamId3 + aKey + end + "<a><Value Protected=\"True\">not base64!</Value></a>", false,
                   "Malformed XML: a protected value is not base64."},
         InnerCase{"notGzip", streamId3 + aKey + end + goodXml, true, "Malformed inner header: not gzip."}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(KdbxFile, newDatabaseFollowsTheTemplate)
 {

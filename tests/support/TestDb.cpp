@@ -1,5 +1,7 @@
 #include "tests/support/TestDb.h"
 
+#include "kdbx/KdbxTime.h"
+
 #include <stdexcept>
 
 namespace quillon::test {
