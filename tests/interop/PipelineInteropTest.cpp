@@ -28,7 +28,9 @@ kp = PyKeePass(path, password=None if pw == '-' else pw, keyfile=None if kf == '
 h = lambda s: (s or '').encode('utf-8').hex()
 lines = []
 for e in kp.entries:
-    custom = ';'.join(h(k) + '=' + h(v) for k, v in sorted(e.custom_properties.items()))
+    standard = ('Title', 'UserName', 'Password', 'URL', 'Notes')
+    strings = [(s.findtext('Key'), s.findtext('Value')) for s in e._element.findall('String')]
+    custom = ';'.join(sorted(h(k) + '=' + h(v) for k, v in strings if k not in standard))
     att = ';'.join(sorted(h(a.filename) + ':' + hashlib.sha256(a.data).hexdigest() for a in e.attachments))
     lines.append('|'.join([base64.b64encode(e.uuid.bytes).decode(), h('/'.join(p for p in e.group.path if p)),
                            h(e.title), h(e.username), h(e.password), h(e.url), h(e.notes), custom,
