@@ -4,6 +4,7 @@
 #include "kdbx/Encoding.h"
 #include "kdbx/KdbxFile.h"
 #include "kdbx/KeyFile.h"
+#include "tests/support/PeerDatabases.h"
 #include "tests/support/Peers.h"
 #include "tests/support/TempDir.h"
 
@@ -103,27 +104,13 @@ std::string peerDump(const std::filesystem::path& db, const std::string& passwor
     return r.out;
 }
 
-// keepassxc-cli credentials: the password on standard input, or --no-password; -k for a key file.
-std::vector<std::string> keepassxcKey(const std::string& password, const std::string& keyFile)
+test::PeerCredentials peerCredentials(const std::string& password, const std::string& keyFile)
 {
-    std::vector<std::string> args{"-q"};
-    if (password == "-")
-        args.push_back("--no-password");
-    if (keyFile != "-") {
-        args.push_back("-k");
-        args.push_back(keyFile);
-    }
-    return args;
-}
-
-test::ProcessResult keepassxc(const std::string& command, const std::string& password, const std::string& keyFile,
-                              std::vector<std::string> rest)
-{
-    std::vector<std::string> args{command};
-    for (auto& a : keepassxcKey(password, keyFile))
-        args.push_back(a);
-    args.insert(args.end(), rest.begin(), rest.end());
-    return test::keepassxc(args, password == "-" ? "" : password + "\n");
+    test::PeerCredentials c;
+    c.password = password == "-" ? std::nullopt : std::optional<std::string>(password);
+    if (keyFile != "-")
+        c.keyFile = keyFile;
+    return c;
 }
 
 kdbx::Credentials credentials(const std::string& password, const std::string& keyFile)
@@ -177,15 +164,16 @@ TEST_P(QuillonWrites, peersReadTheSameContent)
 
     EXPECT_EQ(peerDump(db, password, keyFile), quillonDump(*file));
 
-    const auto shown = keepassxc("show", password, keyFile, {"-s", "-a", "Password", db.string(), "Email/Mail"});
+    const auto peer = peerCredentials(password, keyFile);
+    const auto shown = test::keepassxcOn("show", db, peer, {"Email/Mail"}, {"-s", "-a", "Password"});
     EXPECT_EQ(shown.exitCode, 0) << shown.err;
     EXPECT_EQ(shown.out, "ünïcødé-pässwörd-✓\n");
     const auto attachment =
-        keepassxc("attachment-export", password, keyFile, {"--stdout", db.string(), "Email/Mail", "recovery-codes.txt"});
+        test::keepassxcOn("attachment-export", db, peer, {"Email/Mail", "recovery-codes.txt"}, {"--stdout"});
     EXPECT_EQ(attachment.out, std::string(file->inner.binaries[0].data.view()));
 
     // KeePassXC's own XML export of our file, compared entry by entry with our document.
-    const auto exported = keepassxc("export", password, keyFile, {"-f", "xml", db.string()});
+    const auto exported = test::keepassxcOn("export", db, peer, {}, {"-f", "xml"});
     ASSERT_EQ(exported.exitCode, 0) << exported.err;
     pugi::xml_document theirs;
     ASSERT_TRUE(theirs.load_string(exported.out.c_str()));
