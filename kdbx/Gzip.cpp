@@ -56,7 +56,8 @@ std::string ceilingText(std::size_t ceiling)
 
 // Raw inflate into wiped memory, never past the ceiling. The output is sized once from the trailer's
 // length when that is believable, so ordinary payloads are inflated without a single regrowth.
-SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceiling)
+// `consumed` receives how many input bytes the DEFLATE stream took up to its end.
+SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceiling, std::size_t& consumed)
 {
     ZStream stream(true);
     z_stream& z = stream.z;
@@ -80,8 +81,10 @@ SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceili
                 z.avail_in = slice(input.size());
                 const int code = inflate(&z, Z_NO_FLUSH);
                 secureWipe(&probe, 1);
-                if (code == Z_STREAM_END && z.avail_out == 1)
+                if (code == Z_STREAM_END && z.avail_out == 1) {
+                    consumed = static_cast<std::size_t>(z.total_in);
                     break;
+                }
                 if (z.avail_out == 0)
                     throw DecompressionError(ceilingText(ceiling));
                 throw DecompressionError(zlibReason(z, code));
@@ -97,8 +100,10 @@ SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceili
         const int code = inflate(&z, Z_NO_FLUSH);
         produced += outBefore - z.avail_out;
         input = input.subspan(static_cast<std::size_t>(z.total_in - inBefore));
-        if (code == Z_STREAM_END)
+        if (code == Z_STREAM_END) {
+            consumed = static_cast<std::size_t>(z.total_in);
             break;
+        }
         if (code == Z_BUF_ERROR && input.empty())
             throw DecompressionError("decompression failed: unexpected end of compressed data");
         if (code != Z_OK && code != Z_BUF_ERROR)
@@ -176,10 +181,14 @@ SecureBytes gunzip(ByteView data, std::size_t ceiling)
     if (reader.remaining() < 8)
         throw KdbxError::malformedHeader(unexpectedEnd);
 
-    const ByteView compressed = reader.bytes(reader.remaining() - 8);
-    const std::uint32_t storedCrc = reader.u32();
-    const std::uint32_t storedLength = reader.u32();
-    SecureBytes out = inflateRaw(compressed, storedLength, ceiling);
+    // The DEFLATE data runs at most to 8 bytes before the end. The trailer is read where the stream
+    // actually ends: some writers leave padding after the member, which is not looked at.
+    const ByteView rest = reader.rest();
+    const ByteView compressed = rest.first(rest.size() - 8);
+    const std::uint32_t sizeHint = loadU32(rest.subspan(rest.size() - 4));
+    std::size_t consumed = 0;
+    SecureBytes out = inflateRaw(compressed, sizeHint, ceiling, consumed);
+    const std::uint32_t storedCrc = loadU32(rest.subspan(consumed));
     if (crc32(out.span()) != storedCrc)
         throw KdbxError::malformedInner("gzip crc mismatch");
     return out;

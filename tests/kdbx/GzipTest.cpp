@@ -162,3 +162,14 @@ TEST(Gzip, outputStopsAtTheCeiling)
 }
 
 } // namespace
+
+// Some writers pad the payload after the gzip member; the trailer is where the DEFLATE stream ends.
+TEST(Gzip, paddingAfterTheMemberIsNotLookedAt)
+{
+    const std::string text(5000, 'q');
+    auto packed = gzip(bytesOf(text));
+    packed.insert(packed.end(), 8, 0x08);
+    EXPECT_EQ(gunzip(packed).view(), text);
+    packed[packed.size() - 16] ^= 1; // the stored CRC, before the padding
+    EXPECT_THROW(gunzip(packed), KdbxError);
+}
