@@ -20,6 +20,8 @@ using SelfChecks = std::vector<SelfCheck>;
 void addHashChecks(SelfChecks& checks);
 void addEncodingChecks(SelfChecks& checks);
 void addHeaderChecks(SelfChecks& checks);
+void addCipherChecks(SelfChecks& checks);
+void addFileChecks(SelfChecks& checks);
 void addProcessChecks(SelfChecks& checks);
 
 SelfChecks allSelfChecks();

@@ -124,6 +124,17 @@ int reportDifference(const kdbx::SecureBytes& before, const kdbx::SecureBytes& a
 
 } // namespace
 
+int reportRoundTrip(const pugi::xml_document& first, const pugi::xml_document& second, std::ostream& out)
+{
+    const kdbx::SecureBytes before = kdbx::serialiseXml(first.document_element());
+    const kdbx::SecureBytes after = kdbx::serialiseXml(second.document_element());
+    if (before.view() == after.view()) {
+        out << "round-trip: XML identical\n";
+        return 0;
+    }
+    return reportDifference(before, after, first, second, out);
+}
+
 int runVerify(const std::filesystem::path& path, const kdbx::SecureBytes& password, std::ostream& out)
 {
     try {
@@ -141,13 +152,7 @@ int runVerify(const std::filesystem::path& path, const kdbx::SecureBytes& passwo
         const std::vector<std::uint8_t> saved = first->save(credentials);
         std::unique_ptr<kdbx::KdbxFile> second = kdbx::KdbxFile::open(saved, credentials);
 
-        const kdbx::SecureBytes before = kdbx::serialiseXml(first->document.document_element());
-        const kdbx::SecureBytes after = kdbx::serialiseXml(second->document.document_element());
-        if (before.view() == after.view()) {
-            out << "round-trip: XML identical\n";
-            return 0;
-        }
-        return reportDifference(before, after, first->document, second->document, out);
+        return reportRoundTrip(first->document, second->document, out);
     } catch (const std::system_error& e) {
         out << "failed: " << e.code().message() << "\n";
         return 1;
