@@ -1,0 +1,60 @@
+#include "kdbx/Encoding.h"
+#include "lock/DuressRecord.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+using namespace quillon;
+using quillon::kdbx::ByteView;
+using quillon::lock::DuressRecord;
+
+namespace {
+
+ByteView bytes(std::string_view text)
+{
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+TEST(DuressRecord, matchesOnlyItsPassword)
+{
+    const auto record = DuressRecord::make(bytes("correct horse"));
+    ASSERT_EQ(record.size(), 48u);
+    EXPECT_TRUE(DuressRecord::check(record, bytes("correct horse")));
+    for (const char* other : {"", "correct hors", "correct horsf", "Correct horse", "correct horse "})
+        EXPECT_FALSE(DuressRecord::check(record, bytes(other))) << '"' << other << '"';
+    EXPECT_FALSE(DuressRecord::check(record, record));
+    EXPECT_EQ(std::search(record.begin(), record.end(), bytes("correct horse").begin(), bytes("correct horse").end()),
+              record.end());
+
+    const auto again = DuressRecord::make(bytes("correct horse"));
+    EXPECT_NE(record, again);
+    EXPECT_TRUE(DuressRecord::check(again, bytes("correct horse")));
+}
+
+// An Argon2id output computed by argon2-cffi proves the parameters: 2 passes, 16 MiB, 1 lane, version 0x13.
+TEST(DuressRecord, agreesWithAnIndependentArgon2id)
+{
+    std::vector<std::uint8_t> record(16);
+    for (std::size_t i = 0; i < record.size(); ++i)
+        record[i] = static_cast<std::uint8_t>(i);
+    const auto hash = kdbx::hexDecode("50d5c4c2a679ca76d8c99f6db1b4e107b5c27cd480f5f5533c9d72ff3a62d76c");
+    ASSERT_TRUE(hash);
+    record.insert(record.end(), hash->begin(), hash->end());
+    EXPECT_TRUE(DuressRecord::check(record, bytes("correct horse")));
+}
+
+TEST(DuressRecord, malformedRecordsNeverMatch)
+{
+    const auto record = DuressRecord::make(bytes("pw"));
+    std::vector<std::vector<std::uint8_t>> broken = {
+        {}, {record.begin(), record.end() - 1}, {record.begin() + 1, record.end()}, record};
+    broken.back().push_back(0);
+    auto flipped = record;
+    flipped[40] ^= 1;
+    broken.push_back(flipped);
+    for (const auto& bad : broken)
+        EXPECT_FALSE(DuressRecord::check(bad, bytes("pw"))) << bad.size() << " bytes";
+}
+
+} // namespace
