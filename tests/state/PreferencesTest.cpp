@@ -1,0 +1,170 @@
+#include "state/Preferences.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <sys/stat.h>
+
+using namespace quillon;
+using quillon::state::Preferences;
+
+namespace {
+
+QString qpath(const std::filesystem::path& path) { return QString::fromStdString(path.string()); }
+
+kdbx::ByteView bytes(std::string_view text)
+{
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+mode_t modeOf(const std::filesystem::path& path)
+{
+    struct stat info{};
+    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
+    return info.st_mode & 0777;
+}
+
+TEST(Preferences, anEmptyStoreReadsAsTheDefaults)
+{
+    test::TempDir dir;
+    Preferences prefs(qpath(dir / "Quillon.conf"));
+    EXPECT_EQ(prefs.idleLockMinutes(), 10);
+    EXPECT_TRUE(prefs.reopenLastDatabase());
+    EXPECT_TRUE(prefs.backUpBeforeSaving());
+    EXPECT_TRUE(prefs.wrapNotes());
+    EXPECT_FALSE(prefs.lastDatabasePath());
+    EXPECT_FALSE(prefs.lastKeyFilePath());
+    EXPECT_FALSE(prefs.hasDuressPassword());
+}
+
+TEST(Preferences, valuesSurviveAReopenAndTheFileIsPrivate)
+{
+    test::TempDir dir;
+    const auto file = dir / "new folder" / "Quillon.conf";
+    {
+        Preferences prefs(qpath(file));
+        prefs.setIdleLockMinutes(0);
+        prefs.setReopenLastDatabase(false);
+        prefs.setBackUpBeforeSaving(false);
+        prefs.setWrapNotes(false);
+        prefs.setLastDatabasePath(QStringLiteral("/data/a, b.kdbx"));
+        prefs.setLastKeyFilePath(QStringLiteral("/data/k\u00e9y"));
+        EXPECT_EQ(prefs.status(), QSettings::NoError);
+    }
+    EXPECT_EQ(modeOf(file), 0600u);
+    EXPECT_EQ(modeOf(file.parent_path()), 0700u);
+    Preferences prefs(qpath(file));
+    EXPECT_EQ(prefs.idleLockMinutes(), 0);
+    EXPECT_FALSE(prefs.reopenLastDatabase());
+    EXPECT_FALSE(prefs.backUpBeforeSaving());
+    EXPECT_FALSE(prefs.wrapNotes());
+    EXPECT_EQ(prefs.lastDatabasePath(), QStringLiteral("/data/a, b.kdbx"));
+    EXPECT_EQ(prefs.lastKeyFilePath(), QStringLiteral("/data/k\u00e9y"));
+    prefs.setLastKeyFilePath(std::nullopt);
+    EXPECT_FALSE(prefs.lastKeyFilePath());
+}
+
+TEST(Preferences, anExistingReadableFileIsMadePrivateOnTheNextWrite)
+{
+    test::TempDir dir;
+    const auto file = dir / "Quillon.conf";
+    test::writeFile(file, std::string_view("[General]\nwrapNotes=false\n"));
+    ::chmod(file.c_str(), 0644);
+    Preferences prefs(qpath(file));
+    prefs.setIdleLockMinutes(3);
+    EXPECT_EQ(modeOf(file), 0600u);
+    EXPECT_FALSE(prefs.wrapNotes());
+}
+
+// Each bad value reads as its key's default; the good keys beside them keep their values.
+TEST(Preferences, aDamagedFileDefaultsOnlyItsBadKeys)
+{
+    struct Row {
+        const char* ini;
+        int idle;
+        bool reopen, backUp, wrap;
+    };
+    const Row rows[] = {
+        {"idleLockMinutes=abc\nreopenLastDatabase=false\n", 10, false, true, true},
+        {"idleLockMinutes=-5\nbackUpBeforeSaving=FALSE\n", 10, true, false, true},
+        {"idleLockMinutes=99999999999999999999\nwrapNotes=0\n", 10, true, true, false},
+        {"idleLockMinutes=1441\nwrapNotes=1\nreopenLastDatabase=yes\n", 10, true, true, true},
+        {"idleLockMinutes=7\nwrapNotes=maybe\nbackUpBeforeSaving=@Variant(\\0\\0\\0\\x7f\\0\\0)\n", 7, true, true, true},
+        {"idleLockMinutes=\"1, 2\"\nreopenLastDatabase=2\nwrapNotes=True\n", 10, true, true, true},
+        {"idleLockMinutes=1, 2\nreopenLastDatabase=\n=x\nno equals sign\n\x01\x02garbage\n", 10, true, true, true},
+        {"idleLockMinutes=+15\nreopenLastDatabase=0\nlastDatabasePath=1, 2\n", 15, false, true, true},
+    };
+    for (const auto& row : rows) {
+        test::TempDir dir;
+        const auto file = dir / "Quillon.conf";
+        test::writeFile(file, "[General]\n" + std::string(row.ini) + "lastKeyFilePath=/keys/good.key\n");
+        Preferences prefs(qpath(file));
+        EXPECT_EQ(prefs.idleLockMinutes(), row.idle) << row.ini;
+        EXPECT_EQ(prefs.reopenLastDatabase(), row.reopen) << row.ini;
+        EXPECT_EQ(prefs.backUpBeforeSaving(), row.backUp) << row.ini;
+        EXPECT_EQ(prefs.wrapNotes(), row.wrap) << row.ini;
+        EXPECT_EQ(prefs.lastKeyFilePath(), QStringLiteral("/keys/good.key")) << row.ini;
+        EXPECT_FALSE(prefs.hasDuressPassword()) << row.ini;
+        // Writing one key keeps the other good keys as they were.
+        prefs.setWrapNotes(false);
+        Preferences again(qpath(file));
+        EXPECT_EQ(again.lastKeyFilePath(), QStringLiteral("/keys/good.key")) << row.ini;
+        EXPECT_EQ(again.idleLockMinutes(), row.idle) << row.ini;
+    }
+}
+
+TEST(Preferences, parseDecimalTakesWholeNumbersOnly)
+{
+    EXPECT_EQ(state::parseDecimal(u"42"), 42);
+    EXPECT_EQ(state::parseDecimal(u"+7"), 7);
+    EXPECT_EQ(state::parseDecimal(u"-5"), -5);
+    EXPECT_EQ(state::parseDecimal(u"-9223372036854775808"), std::numeric_limits<qint64>::min());
+    EXPECT_EQ(state::parseDecimal(u"9223372036854775807"), std::numeric_limits<qint64>::max());
+    for (const char16_t* bad : {u"", u"+", u"-", u"abc", u"12a", u" 12", u"1.5", u"9223372036854775808",
+                                u"-9223372036854775809", u"\u0661\u0662"})
+        EXPECT_FALSE(state::parseDecimal(bad)) << QString::fromUtf16(bad).toStdString();
+}
+
+TEST(Preferences, duressPasswordIsSetCheckedAndRemoved)
+{
+    test::TempDir dir;
+    Preferences prefs(qpath(dir / "Quillon.conf"));
+    const auto password = kdbx::SecureBytes::fromText("help me");
+    ASSERT_TRUE(prefs.setDuressPassword(&password));
+    EXPECT_TRUE(prefs.hasDuressPassword());
+    Preferences reopened(qpath(dir / "Quillon.conf"));
+    EXPECT_TRUE(reopened.isDuressPassword(bytes("help me")));
+    EXPECT_FALSE(reopened.isDuressPassword(bytes("help you")));
+    EXPECT_EQ(reopened.value(state::keys::duressCheck).toByteArray().size(), 48);
+
+    const auto empty = kdbx::SecureBytes();
+    ASSERT_TRUE(reopened.setDuressPassword(&empty));
+    EXPECT_FALSE(reopened.hasDuressPassword());
+    EXPECT_FALSE(reopened.isDuressPassword(bytes("help me")));
+
+    // A record stored as text, or of the wrong size, is no record.
+    reopened.setValue(state::keys::duressCheck, QStringLiteral("help me"));
+    EXPECT_FALSE(reopened.hasDuressPassword());
+    EXPECT_FALSE(reopened.isDuressPassword(bytes("help me")));
+    reopened.setValue(state::keys::duressCheck, QByteArray(47, 'x'));
+    EXPECT_FALSE(reopened.isDuressPassword(bytes("help me")));
+}
+
+TEST(Preferences, rememberedKeyFileOnlyForTheLastDatabaseHoweverReached)
+{
+    test::TempDir dir;
+    test::writeFile(dir / "db.kdbx", std::string_view("x"));
+    std::filesystem::create_directory_symlink(dir.path(), dir / "link");
+    Preferences prefs(qpath(dir / "Quillon.conf"));
+    EXPECT_FALSE(prefs.rememberedKeyFile(qpath(dir / "db.kdbx")));
+    prefs.setLastDatabasePath(qpath(dir / "link" / "." / "db.kdbx"));
+    prefs.setLastKeyFilePath(QStringLiteral("/keys/db.key"));
+    EXPECT_EQ(prefs.rememberedKeyFile(qpath(dir / "db.kdbx")), QStringLiteral("/keys/db.key"));
+    EXPECT_EQ(prefs.rememberedKeyFile(qpath(dir / "sub" / ".." / "db.kdbx")), QStringLiteral("/keys/db.key"));
+    EXPECT_FALSE(prefs.rememberedKeyFile(qpath(dir / "other.kdbx")));
+}
+
+} // namespace
