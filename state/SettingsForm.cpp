@@ -1,0 +1,190 @@
+#include "state/SettingsForm.h"
+
+#include "kdbx/Crypto.h"
+#include "kdbx/Identifiers.h"
+#include "state/Preferences.h"
+
+#include <algorithm>
+#include <string>
+
+namespace quillon::state {
+
+namespace {
+
+constexpr const char* historyElement = "HistoryMaxItems";
+
+// Missing or unparseable reads as -1, every version kept, as the model reads it.
+std::int64_t historyMaxItems(const pugi::xml_document& document)
+{
+    const auto text = document.child("KeePassFile").child("Meta").child(historyElement).text();
+    const auto parsed = parseDecimal(QString::fromUtf8(text.get()));
+    return parsed ? *parsed : -1;
+}
+
+void setHistoryMaxItems(pugi::xml_document& document, std::int64_t value)
+{
+    auto file = document.child("KeePassFile");
+    if (!file)
+        file = document.append_child("KeePassFile");
+    auto meta = file.child("Meta");
+    if (!meta)
+        meta = file.prepend_child("Meta");
+    auto element = meta.child(historyElement);
+    if (!element)
+        element = meta.append_child(historyElement);
+    element.text().set(std::to_string(value).c_str());
+}
+
+QString number(std::uint64_t value) { return QString::number(value); }
+
+} // namespace
+
+qint64 FieldRange::valueOf(QStringView text) const
+{
+    const auto parsed = parseDecimal(text);
+    return parsed ? std::clamp(*parsed, low, high) : fallback;
+}
+
+QString settingsText::belowRecommended()
+{
+    return QStringLiteral("Below the recommended %1 MB.").arg(recommendedMemoryMiB);
+}
+
+QString settingsText::recommendedHint(int n) { return QStringLiteral("recommended %1").arg(n); }
+
+void DatabaseSettings::writeTo(kdbx::OuterHeader& header) const
+{
+    const auto& cipherId = chaCha20 ? kdbx::cipherChaCha20 : kdbx::cipherAes256;
+    const auto& kdfId = argon2d ? kdbx::kdfArgon2d : kdbx::kdfArgon2id;
+    header.cipher.assign(cipherId.begin(), cipherId.end());
+    auto& kdf = header.kdf.entries;
+    kdf["$UUID"] = std::vector<std::uint8_t>(kdfId.begin(), kdfId.end());
+    kdf["M"] = memoryBytes;
+    kdf["I"] = iterations;
+    kdf["P"] = parallelism;
+}
+
+SettingsForm SettingsForm::load(const kdbx::OuterHeader& header, const pugi::xml_document& document,
+                                const Preferences& preferences)
+{
+    SettingsForm form;
+    form.cipher = kdbx::isIdentifier(header.cipher, kdbx::cipherChaCha20) ? chaCha20 : aes256;
+    const auto* kdfId = header.kdf.get<std::vector<std::uint8_t>>("$UUID");
+    form.kdf = kdfId && kdbx::isIdentifier(*kdfId, kdbx::kdfArgon2d) ? argon2d : argon2id;
+    if (const auto* m = header.kdf.get<std::uint64_t>("M"))
+        form.memory = number(*m >> 20);
+    if (const auto* i = header.kdf.get<std::uint64_t>("I"))
+        form.iterations = number(*i);
+    if (const auto* p = header.kdf.get<std::uint32_t>("P"))
+        form.parallelism = number(*p);
+
+    const auto limit = historyMaxItems(document);
+    form.historyUnlimited = limit == -1;
+    if (!form.historyUnlimited)
+        form.historyField = QString::number(limit);
+
+    form.autoLock = QString::number(preferences.idleLockMinutes());
+    form.reopenLast = preferences.reopenLastDatabase();
+    form.duressStored_ = preferences.hasDuressPassword();
+    form.updateWarning();
+    return form;
+}
+
+void SettingsForm::updateWarning()
+{
+    const auto mebibytes = parseDecimal(memory);
+    if (!mebibytes || *mebibytes < warningFloorMiB)
+        warning = settingsText::lowMemory;
+    else if (*mebibytes < recommendedMemoryMiB)
+        warning = settingsText::belowRecommended();
+    else
+        warning.clear();
+}
+
+void SettingsForm::useRecommended()
+{
+    memory = QString::number(recommendedMemoryMiB);
+    iterations = QString::number(recommendedIterations);
+    parallelism = QString::number(recommendedThreads);
+    kdf = argon2id;
+    cipher = aes256;
+    updateWarning();
+}
+
+QString SettingsForm::duressStatus() const
+{
+    switch (duressChange_) {
+    case DuressChange::set:
+        return settingsText::duressSetOnApply;
+    case DuressChange::remove:
+        return settingsText::duressRemovedOnApply;
+    case DuressChange::none:
+        break;
+    }
+    return duressStored_ ? settingsText::duressSet : settingsText::duressNotSet;
+}
+
+std::optional<QString> SettingsForm::chooseDuress(kdbx::SecureBytes first, const kdbx::SecureBytes& second)
+{
+    if (!kdbx::constantTimeEqual(first.span(), second.span()))
+        return settingsText::duressMismatch;
+    // An empty duress password is none at all.
+    if (first.empty()) {
+        removeDuress();
+        return std::nullopt;
+    }
+    pendingDuress_ = std::move(first);
+    duressChange_ = DuressChange::set;
+    return std::nullopt;
+}
+
+void SettingsForm::removeDuress()
+{
+    pendingDuress_.wipe();
+    duressChange_ = DuressChange::remove;
+}
+
+DatabaseSettings SettingsForm::databaseSettings() const
+{
+    DatabaseSettings out;
+    out.chaCha20 = cipher == chaCha20;
+    out.argon2d = kdf == argon2d;
+    out.memoryBytes = static_cast<std::uint64_t>(memoryRange.valueOf(memory)) << 20;
+    out.iterations = static_cast<std::uint64_t>(iterationsRange.valueOf(iterations));
+    out.parallelism = static_cast<std::uint32_t>(threadsRange.valueOf(parallelism));
+    if (historyUnlimited)
+        out.historyMaxItems = -1;
+    else if (const auto typed = parseDecimal(historyField))
+        out.historyMaxItems = std::clamp(*typed, historyLow, historyHigh);
+    return out;
+}
+
+bool SettingsForm::apply(kdbx::OuterHeader& header, pugi::xml_document& document, Preferences& preferences)
+{
+    const auto settings = databaseSettings();
+    settings.writeTo(header);
+    if (settings.historyMaxItems)
+        setHistoryMaxItems(document, *settings.historyMaxItems);
+
+    preferences.setIdleLockMinutes(static_cast<int>(autoLockRange.valueOf(autoLock)));
+    preferences.setReopenLastDatabase(reopenLast);
+
+    bool written = true;
+    switch (duressChange_) {
+    case DuressChange::set:
+        written = preferences.setDuressPassword(&pendingDuress_);
+        break;
+    case DuressChange::remove:
+        written = preferences.setDuressPassword(nullptr);
+        break;
+    case DuressChange::none:
+        break;
+    }
+    if (written && duressChange_ != DuressChange::none)
+        duressStored_ = duressChange_ == DuressChange::set;
+    pendingDuress_.wipe();
+    duressChange_ = DuressChange::none;
+    return written;
+}
+
+} // namespace quillon::state

@@ -1,0 +1,119 @@
+// state/SettingsForm.h: the "Database Settings…" form's logic: what it loads, warns about and writes, no widgets.
+#pragma once
+
+#include "kdbx/OuterHeader.h"
+#include "kdbx/SecureBytes.h"
+
+#include <QString>
+#include <QStringView>
+
+#include <pugixml.hpp>
+
+#include <cstdint>
+#include <optional>
+
+namespace quillon::state {
+
+class Preferences;
+
+// A number field: text that does not parse as a decimal integer takes `fallback`, one that does is
+// clamped to [low, high].
+struct FieldRange {
+    qint64 fallback;
+    qint64 low;
+    qint64 high;
+    qint64 valueOf(QStringView text) const;
+};
+
+inline constexpr FieldRange memoryRange{64, 8, 8192};     // MiB
+inline constexpr FieldRange iterationsRange{10, 1, 1000}; // passes
+inline constexpr FieldRange threadsRange{2, 1, 64};       // lanes
+inline constexpr FieldRange autoLockRange{10, 0, 1440};   // minutes, 0 = never
+// No fallback: text that does not parse leaves the database's limit as it was.
+inline constexpr qint64 historyLow = 0;
+inline constexpr qint64 historyHigh = 100000;
+
+inline constexpr int recommendedMemoryMiB = 64;
+inline constexpr int recommendedIterations = 10;
+inline constexpr int recommendedThreads = 2;
+// The warning advises from here; the memory clamp only refuses absurd values, well below it.
+inline constexpr int warningFloorMiB = 16;
+
+namespace settingsText {
+inline const QString databaseHeading = QStringLiteral("Saved in the database");
+inline const QString databaseNote = QStringLiteral("Takes effect the next time the database is saved.");
+inline const QString appHeading = QStringLiteral("Quillon");
+inline const QString appNote = QStringLiteral("Takes effect at once, for every database.");
+inline const QString lowMemory = QStringLiteral("Memory below 16 MB gives up most of Argon2's resistance to GPU attacks.");
+inline const QString duressSet = QStringLiteral("Set");
+inline const QString duressNotSet = QStringLiteral("Not set");
+inline const QString duressSetOnApply = QStringLiteral("Set on Apply");
+inline const QString duressRemovedOnApply = QStringLiteral("Removed on Apply");
+inline const QString duressMismatch = QStringLiteral("The two didn't match. Nothing was changed.");
+QString belowRecommended();     // "Below the recommended 64 MB."
+QString recommendedHint(int n); // "recommended 64"
+} // namespace settingsText
+
+// What applying writes into the database. It changes the header and document in memory only; the file
+// takes it with the next save, which also draws a fresh salt.
+struct DatabaseSettings {
+    bool chaCha20 = false;
+    bool argon2d = false;
+    std::uint64_t memoryBytes = std::uint64_t{recommendedMemoryMiB} << 20;
+    std::uint64_t iterations = recommendedIterations;
+    std::uint32_t parallelism = recommendedThreads;
+    std::optional<std::int64_t> historyMaxItems; // none: left as it was; -1: every version is kept
+
+    // Sets the cipher and the KDF's `$UUID`, `M`, `I` and `P`; every other KDF parameter stays.
+    void writeTo(kdbx::OuterHeader& header) const;
+};
+
+// The form's controls as a window would hold them: pop-up indices, check boxes and the typed texts.
+class SettingsForm {
+public:
+    enum Cipher : int { aes256 = 0, chaCha20 = 1 };
+    enum Kdf : int { argon2id = 0, argon2d = 1 };
+
+    QString historyField;
+    bool historyUnlimited = false;
+    bool reopenLast = true;
+    int cipher = aes256;
+    int kdf = argon2id;
+    QString memory;
+    QString iterations;
+    QString parallelism;
+    QString autoLock;
+    // Empty when there is nothing to warn about; the row is hidden then.
+    QString warning;
+
+    static SettingsForm load(const kdbx::OuterHeader& header, const pugi::xml_document& document,
+                             const Preferences& preferences);
+
+    // Recomputed whenever a field's text changes, and at load.
+    void updateWarning();
+    bool warningVisible() const { return !warning.isEmpty(); }
+    bool historyFieldEnabled() const { return !historyUnlimited; }
+    void historyToggled(bool unlimited) { historyUnlimited = unlimited; }
+    // "Use Recommended": 64 MB, 10 iterations, 2 threads, Argon2id, AES-256.
+    void useRecommended();
+
+    // The duress row: what its status label reads, and a change held until the form is applied.
+    QString duressStatus() const;
+    // The password typed twice; a mismatch changes nothing and gives the text to show.
+    std::optional<QString> chooseDuress(kdbx::SecureBytes first, const kdbx::SecureBytes& second);
+    void removeDuress();
+
+    DatabaseSettings databaseSettings() const;
+    // The database part goes to the header and the document's history limit, in memory; the preferences
+    // are written at once. False when a duress change could not be written: the stored record is then
+    // as it was.
+    bool apply(kdbx::OuterHeader& header, pugi::xml_document& document, Preferences& preferences);
+
+private:
+    enum class DuressChange : std::uint8_t { none, set, remove };
+    bool duressStored_ = false;
+    DuressChange duressChange_ = DuressChange::none;
+    kdbx::SecureBytes pendingDuress_;
+};
+
+} // namespace quillon::state

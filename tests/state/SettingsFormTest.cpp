@@ -1,0 +1,228 @@
+#include "kdbx/Identifiers.h"
+#include "state/Preferences.h"
+#include "state/SettingsForm.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+using namespace quillon;
+using quillon::state::SettingsForm;
+
+namespace {
+
+QString qpath(const std::filesystem::path& path) { return QString::fromStdString(path.string()); }
+
+std::vector<std::uint8_t> id(const kdbx::Identifier& identifier) { return {identifier.begin(), identifier.end()}; }
+
+// A header as a database opened with Argon2d 32 MiB, 4 passes, 3 lanes and ChaCha20 would carry.
+kdbx::OuterHeader openedHeader()
+{
+    kdbx::OuterHeader header;
+    header.cipher = id(kdbx::cipherChaCha20);
+    header.kdf.entries = {{"$UUID", id(kdbx::kdfArgon2d)},
+                          {"M", std::uint64_t{32} << 20 | 12345},
+                          {"I", std::uint64_t{4}},
+                          {"P", std::uint32_t{3}},
+                          {"V", std::uint32_t{0x13}},
+                          {"S", std::vector<std::uint8_t>(32, 7)}};
+    return header;
+}
+
+pugi::xml_document documentWithHistory(const char* limit)
+{
+    pugi::xml_document document;
+    auto meta = document.append_child("KeePassFile").append_child("Meta");
+    meta.append_child("Generator").text().set("x");
+    if (limit)
+        meta.append_child("HistoryMaxItems").text().set(limit);
+    return document;
+}
+
+std::string historyText(const pugi::xml_document& document)
+{
+    return document.child("KeePassFile").child("Meta").child("HistoryMaxItems").text().get();
+}
+
+struct Store {
+    test::TempDir dir;
+    state::Preferences prefs{qpath(dir / "Quillon.conf")};
+};
+
+TEST(SettingsForm, loadsWhatTheDatabaseAndPreferencesHold)
+{
+    Store store;
+    auto document = documentWithHistory("25");
+    auto form = SettingsForm::load(openedHeader(), document, store.prefs);
+    EXPECT_EQ(form.cipher, SettingsForm::chaCha20);
+    EXPECT_EQ(form.kdf, SettingsForm::argon2d);
+    EXPECT_EQ(form.memory, u"32"); // whole MiB, the odd bytes dropped
+    EXPECT_EQ(form.iterations, u"4");
+    EXPECT_EQ(form.parallelism, u"3");
+    EXPECT_EQ(form.historyField, u"25");
+    EXPECT_FALSE(form.historyUnlimited);
+    EXPECT_TRUE(form.historyFieldEnabled());
+    EXPECT_EQ(form.autoLock, u"10");
+    EXPECT_TRUE(form.reopenLast);
+    EXPECT_EQ(form.duressStatus(), u"Not set");
+    EXPECT_EQ(form.warning, u"Below the recommended 64 MB.");
+
+    // AES-256 with Argon2id, and a document that keeps every version (no element at all).
+    kdbx::OuterHeader plain;
+    plain.kdf.entries = {{"$UUID", id(kdbx::kdfArgon2id)}, {"M", std::uint64_t{64} << 20}};
+    store.prefs.setIdleLockMinutes(0);
+    store.prefs.setReopenLastDatabase(false);
+    form = SettingsForm::load(plain, documentWithHistory(nullptr), store.prefs);
+    EXPECT_EQ(form.cipher, SettingsForm::aes256);
+    EXPECT_EQ(form.kdf, SettingsForm::argon2id);
+    EXPECT_TRUE(form.historyUnlimited);
+    EXPECT_FALSE(form.historyFieldEnabled());
+    EXPECT_EQ(form.autoLock, u"0");
+    EXPECT_FALSE(form.reopenLast);
+    EXPECT_FALSE(form.warningVisible());
+    form.historyToggled(false);
+    EXPECT_TRUE(form.historyFieldEnabled());
+}
+
+TEST(SettingsForm, memoryWarningFollowsTheTypedText)
+{
+    SettingsForm form;
+    const std::pair<const char16_t*, const char*> rows[] = {
+        {u"", "Memory below 16 MB gives up most of Argon2's resistance to GPU attacks."},
+        {u"abc", "Memory below 16 MB gives up most of Argon2's resistance to GPU attacks."},
+        {u"12", "Memory below 16 MB gives up most of Argon2's resistance to GPU attacks."},
+        {u"-20", "Memory below 16 MB gives up most of Argon2's resistance to GPU attacks."},
+        {u"99999999999999999999", "Memory below 16 MB gives up most of Argon2's resistance to GPU attacks."},
+        {u"16", "Below the recommended 64 MB."},
+        {u"+40", "Below the recommended 64 MB."},
+        {u"63", "Below the recommended 64 MB."},
+        {u"64", ""},
+        {u"99999", ""},
+    };
+    for (const auto& [text, expected] : rows) {
+        form.memory = QString::fromUtf16(text);
+        form.updateWarning();
+        EXPECT_EQ(form.warning.toStdString(), expected) << form.memory.toStdString();
+        EXPECT_EQ(form.warningVisible(), *expected != '\0');
+    }
+}
+
+// Each number field: what a typed text applies, with the field's fallback and clamp.
+TEST(SettingsForm, eachFieldFallsBackOrClamps)
+{
+    struct Row {
+        QString SettingsForm::*field;
+        const char16_t* text;
+        const char* name;
+    };
+    const std::pair<Row, std::int64_t> rows[] = {
+        {{&SettingsForm::memory, u"", "memory"}, 64},          {{&SettingsForm::memory, u"abc", "memory"}, 64},
+        {{&SettingsForm::memory, u"12", "memory"}, 12},        {{&SettingsForm::memory, u"40", "memory"}, 40},
+        {{&SettingsForm::memory, u"99999", "memory"}, 8192},   {{&SettingsForm::memory, u"7", "memory"}, 8},
+        {{&SettingsForm::memory, u"-1", "memory"}, 8},         {{&SettingsForm::memory, u"1.5", "memory"}, 64},
+        {{&SettingsForm::iterations, u"0", "iterations"}, 1},  {{&SettingsForm::iterations, u"5000", "iterations"}, 1000},
+        {{&SettingsForm::iterations, u"abc", "iterations"}, 10}, {{&SettingsForm::iterations, u"3", "iterations"}, 3},
+        {{&SettingsForm::parallelism, u"200", "threads"}, 64}, {{&SettingsForm::parallelism, u"0", "threads"}, 1},
+        {{&SettingsForm::parallelism, u"abc", "threads"}, 2},  {{&SettingsForm::parallelism, u" 4", "threads"}, 2},
+        {{&SettingsForm::autoLock, u"-5", "autoLock"}, 0},     {{&SettingsForm::autoLock, u"2000", "autoLock"}, 1440},
+        {{&SettingsForm::autoLock, u"abc", "autoLock"}, 10},   {{&SettingsForm::autoLock, u"30", "autoLock"}, 30},
+        {{&SettingsForm::historyField, u"abc", "history"}, 25}, {{&SettingsForm::historyField, u"", "history"}, 25},
+        {{&SettingsForm::historyField, u"-3", "history"}, 0},  {{&SettingsForm::historyField, u"200000", "history"}, 100000},
+        {{&SettingsForm::historyField, u"0", "history"}, 0},   {{&SettingsForm::historyField, u"7", "history"}, 7},
+    };
+    for (const auto& [row, expected] : rows) {
+        Store store;
+        auto header = openedHeader();
+        auto document = documentWithHistory("25");
+        auto form = SettingsForm::load(header, document, store.prefs);
+        form.*row.field = QString::fromUtf16(row.text);
+        ASSERT_TRUE(form.apply(header, document, store.prefs));
+        const std::string where = std::string(row.name) + " \"" + QString::fromUtf16(row.text).toStdString() + '"';
+        const std::string field = row.name;
+        if (field == "memory")
+            EXPECT_EQ(*header.kdf.get<std::uint64_t>("M"), static_cast<std::uint64_t>(expected) * 1048576) << where;
+        else if (field == "iterations")
+            EXPECT_EQ(*header.kdf.get<std::uint64_t>("I"), static_cast<std::uint64_t>(expected)) << where;
+        else if (field == "threads")
+            EXPECT_EQ(*header.kdf.get<std::uint32_t>("P"), static_cast<std::uint32_t>(expected)) << where;
+        else if (field == "autoLock")
+            EXPECT_EQ(state::Preferences(qpath(store.dir / "Quillon.conf")).idleLockMinutes(), expected) << where;
+        else
+            EXPECT_EQ(historyText(document), std::to_string(expected)) << where;
+    }
+}
+
+TEST(SettingsForm, applyWritesTheHeaderKeepsOtherParametersAndUnlimitedHistory)
+{
+    Store store;
+    auto header = openedHeader();
+    auto document = documentWithHistory("25");
+    auto form = SettingsForm::load(header, document, store.prefs);
+    form.cipher = SettingsForm::aes256;
+    form.kdf = SettingsForm::argon2id;
+    form.memory = QStringLiteral("128");
+    form.historyToggled(true);
+    form.reopenLast = false;
+    ASSERT_TRUE(form.apply(header, document, store.prefs));
+
+    EXPECT_EQ(header.cipher, id(kdbx::cipherAes256));
+    EXPECT_EQ(*header.kdf.get<std::vector<std::uint8_t>>("$UUID"), id(kdbx::kdfArgon2id));
+    EXPECT_EQ(*header.kdf.get<std::uint64_t>("M"), std::uint64_t{128} << 20);
+    EXPECT_EQ(*header.kdf.get<std::uint64_t>("I"), 4u);
+    EXPECT_EQ(*header.kdf.get<std::uint32_t>("P"), 3u);
+    EXPECT_EQ(*header.kdf.get<std::uint32_t>("V"), 0x13u);
+    EXPECT_EQ(*header.kdf.get<std::vector<std::uint8_t>>("S"), std::vector<std::uint8_t>(32, 7));
+    EXPECT_EQ(historyText(document), "-1");
+    EXPECT_FALSE(state::Preferences(qpath(store.dir / "Quillon.conf")).reopenLastDatabase());
+
+    // Back the other way, into a document that had no Meta at all.
+    pugi::xml_document bare;
+    bare.append_child("KeePassFile").append_child("Root");
+    form.cipher = SettingsForm::chaCha20;
+    form.kdf = SettingsForm::argon2d;
+    form.historyToggled(false);
+    form.historyField = QStringLiteral("5");
+    ASSERT_TRUE(form.apply(header, bare, store.prefs));
+    EXPECT_EQ(header.cipher, id(kdbx::cipherChaCha20));
+    EXPECT_EQ(*header.kdf.get<std::vector<std::uint8_t>>("$UUID"), id(kdbx::kdfArgon2d));
+    EXPECT_EQ(historyText(bare), "5");
+    EXPECT_EQ(bare.first_child().first_child().name(), std::string("Meta"));
+
+    form.useRecommended();
+    EXPECT_EQ(form.memory, u"64");
+    EXPECT_EQ(form.iterations, u"10");
+    EXPECT_EQ(form.parallelism, u"2");
+    EXPECT_EQ(form.kdf, SettingsForm::argon2id);
+    EXPECT_EQ(form.cipher, SettingsForm::aes256);
+    EXPECT_FALSE(form.warningVisible());
+}
+
+TEST(SettingsForm, duressChangesWaitForApply)
+{
+    Store store;
+    auto header = openedHeader();
+    auto document = documentWithHistory("25");
+    auto form = SettingsForm::load(header, document, store.prefs);
+    const auto secret = [](const char* text) { return kdbx::SecureBytes::fromText(text); };
+
+    EXPECT_EQ(form.chooseDuress(secret("decoy one"), secret("decoy two")),
+              QStringLiteral("The two didn't match. Nothing was changed."));
+    EXPECT_EQ(form.duressStatus(), u"Not set");
+    ASSERT_FALSE(form.chooseDuress(secret("decoy"), secret("decoy")));
+    EXPECT_EQ(form.duressStatus(), u"Set on Apply");
+    EXPECT_FALSE(store.prefs.hasDuressPassword());
+    ASSERT_TRUE(form.apply(header, document, store.prefs));
+    EXPECT_EQ(form.duressStatus(), u"Set");
+    EXPECT_TRUE(store.prefs.isDuressPassword(secret("decoy").span()));
+
+    form = SettingsForm::load(header, document, store.prefs);
+    EXPECT_EQ(form.duressStatus(), u"Set");
+    form.removeDuress();
+    EXPECT_EQ(form.duressStatus(), u"Removed on Apply");
+    EXPECT_TRUE(store.prefs.hasDuressPassword());
+    ASSERT_TRUE(form.apply(header, document, store.prefs));
+    EXPECT_EQ(form.duressStatus(), u"Not set");
+    EXPECT_FALSE(store.prefs.hasDuressPassword());
+    EXPECT_FALSE(store.prefs.isDuressPassword(secret("decoy").span()));
+}
+
+} // namespace
