@@ -113,6 +113,40 @@ Session Session::cleaned() const
     return cleaned([](const QString& path) { return QFileInfo(path).isFile(); });
 }
 
+Session buildSession(const QList<WindowTabs>& windows)
+{
+    Session session;
+    for (const auto& window : windows) {
+        TabGroup group;
+        for (qsizetype i = 0; i < window.tabs.size(); ++i) {
+            if (!window.tabs[i])
+                continue;
+            if (i == window.current)
+                group.selected = static_cast<int>(group.paths.size());
+            group.paths.append(*window.tabs[i]);
+        }
+        if (!group.paths.isEmpty())
+            session.groups.append(group);
+    }
+    return session;
+}
+
+QList<RestoreGroup> restorePlan(const Session& cleaned, const std::function<bool(const QString&)>& isOpen)
+{
+    QList<RestoreGroup> plan;
+    for (const auto& group : cleaned.groups) {
+        RestoreGroup out;
+        for (const auto& path : group.paths)
+            if (!isOpen(path))
+                out.open.append(path);
+        if (group.selected >= 0 && group.selected < out.open.size())
+            out.bringForward = group.selected;
+        if (!out.open.isEmpty())
+            plan.append(out);
+    }
+    return plan;
+}
+
 void saveSession(Preferences& preferences, const Session& session)
 {
     if (const auto json = session.encode())
@@ -127,6 +161,19 @@ std::optional<Session> loadSession(const Preferences& preferences)
     if (value.typeId() != QMetaType::QByteArray)
         return std::nullopt;
     return Session::decode(value.toByteArray());
+}
+
+std::optional<Session> sessionToRestore(const Preferences& preferences, bool filesHandedOver)
+{
+    if (filesHandedOver || !preferences.reopenLastDatabase())
+        return std::nullopt;
+    auto session = loadSession(preferences);
+    if (!session)
+        return std::nullopt;
+    *session = session->cleaned();
+    if (session->groups.isEmpty())
+        return std::nullopt;
+    return session;
 }
 
 } // namespace quillon::state

@@ -79,6 +79,43 @@ TEST(Session, cleaningFollowsTheSelectedFile)
     EXPECT_EQ(onDisk, (Session{{TabGroup{{qpath(dir / "here.kdbx")}, 0}}}));
 }
 
+TEST(Session, builtFromTheWindowsTabsThatShowAFile)
+{
+    const QString a = QStringLiteral("/a.kdbx"), b = QStringLiteral("/b.kdbx"), c = QStringLiteral("/c.kdbx");
+    const auto none = std::optional<QString>();
+    const QList<state::WindowTabs> windows = {
+        {{a, none, b}, 2},  // the new tab before the shown one does not count
+        {{none}, 0},        // nothing with a file: no group
+        {{c, none}, 1},     // the shown tab has no file: the first is selected
+    };
+    EXPECT_EQ(state::buildSession(windows), (Session{{TabGroup{{a, b}, 1}, TabGroup{{c}, 0}}}));
+}
+
+TEST(Session, restoringSkipsOpenFilesAndBringsForwardAmongTheNewWindows)
+{
+    const QString a = QStringLiteral("a"), b = QStringLiteral("b"), c = QStringLiteral("c");
+    const auto openAlready = [&](const QString& path) { return path == a; };
+    const Session session{{TabGroup{{a, b, c}, 1}, TabGroup{{a}, 0}, TabGroup{{b, c}, 0}}};
+    // Group one makes windows for b and c only; index 1 among them is c. Group two makes none.
+    EXPECT_EQ(state::restorePlan(session, openAlready),
+              (QList<state::RestoreGroup>{{{b, c}, 1}, {{b, c}, 0}}));
+    EXPECT_EQ(state::restorePlan(Session{{TabGroup{{a, b}, 1}}}, openAlready),
+              (QList<state::RestoreGroup>{{{b}, std::nullopt}}));
+
+    test::TempDir dir;
+    test::writeFile(dir / "here.kdbx", std::string_view("x"));
+    state::Preferences prefs(qpath(dir / "Quillon.conf"));
+    EXPECT_FALSE(state::sessionToRestore(prefs, false));
+    state::saveSession(prefs, Session{{TabGroup{{qpath(dir / "gone.kdbx")}, 0}}});
+    EXPECT_FALSE(state::sessionToRestore(prefs, false));
+    const Session kept{{TabGroup{{qpath(dir / "gone.kdbx"), qpath(dir / "here.kdbx")}, 1}}};
+    state::saveSession(prefs, kept);
+    EXPECT_EQ(state::sessionToRestore(prefs, false), (Session{{TabGroup{{qpath(dir / "here.kdbx")}, 0}}}));
+    EXPECT_FALSE(state::sessionToRestore(prefs, true));
+    prefs.setReopenLastDatabase(false);
+    EXPECT_FALSE(state::sessionToRestore(prefs, false));
+}
+
 TEST(DatabaseMemory, keyFilesAndExpandedGroupsAreKeptApartPerDatabase)
 {
     test::TempDir dir;
