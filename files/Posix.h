@@ -1,0 +1,65 @@
+// files/Posix.h: every file-system call of this layer, through one seam that tests can intercept.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quillon::files::posix {
+
+enum class Call : std::uint8_t {
+    open,
+    close,
+    read,
+    pread,
+    write,
+    fsync,
+    fchmod,
+    stat,
+    lstat,
+    realpath,
+    rename,
+    unlink,
+    mkdir,
+    rmdir,
+    listDirectory,
+};
+
+std::string_view callName(Call call) noexcept;
+
+// Runs before every call below. A non-zero result makes that call fail with it as errno without being made;
+// zero lets it through. Tests use it to fail the Nth call, or to act (as another writer) right before one.
+using Interceptor = std::function<int(Call)>;
+// Replaces the interceptor (an empty one removes it) and returns the previous one. Not thread-safe: tests set
+// it while nothing else runs file calls.
+Interceptor setInterceptor(Interceptor interceptor);
+
+// Thin wrappers: same arguments, results and errno as the C library's calls.
+int open(const std::filesystem::path& path, int flags, mode_t mode = 0);
+int close(int fd);
+ssize_t read(int fd, void* buffer, std::size_t size);
+ssize_t pread(int fd, void* buffer, std::size_t size, off_t offset);
+ssize_t write(int fd, const void* buffer, std::size_t size);
+int fsync(int fd);
+int fchmod(int fd, mode_t mode);
+int stat(const std::filesystem::path& path, struct ::stat& out);
+int lstat(const std::filesystem::path& path, struct ::stat& out);
+// renameat2(2) flags: 0, RENAME_NOREPLACE or RENAME_EXCHANGE.
+int rename(const std::filesystem::path& from, const std::filesystem::path& to, unsigned flags = 0);
+int unlink(const std::filesystem::path& path);
+int mkdir(const std::filesystem::path& path, mode_t mode);
+int rmdir(const std::filesystem::path& path);
+// realpath(3): every symbolic link resolved; nothing (errno set) when a component is missing.
+std::optional<std::filesystem::path> realpath(const std::filesystem::path& path);
+// The names in a folder, without "." and ".."; nothing (errno set) when it cannot be read.
+std::optional<std::vector<std::string>> listDirectory(const std::filesystem::path& path);
+
+} // namespace quillon::files::posix

@@ -1,0 +1,248 @@
+#include "files/SafeWrite.h"
+
+#include "files/Posix.h"
+#include "kdbx/Encoding.h"
+#include "kdbx/Random.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace quillon::files {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::system_error failure(std::string_view step, const fs::path& file, int error = errno)
+{
+    return {error, std::generic_category(), std::string(step) + " " + file.filename().string()};
+}
+
+// "." + name + "." + a fresh version-4 UUID in upper case + ".tmp": hidden, and beside the target so that the
+// rename stays on one volume.
+fs::path temporaryBeside(const fs::path& resolved)
+{
+    std::array<std::uint8_t, 16> id{};
+    kdbx::randomFill(id);
+    id[6] = static_cast<std::uint8_t>((id[6] & 0x0f) | 0x40);
+    id[8] = static_cast<std::uint8_t>((id[8] & 0x3f) | 0x80);
+    const std::string hex = kdbx::hexEncode(id, true);
+    const std::string uuid = hex.substr(0, 8) + "-" + hex.substr(8, 4) + "-" + hex.substr(12, 4) + "-" +
+                             hex.substr(16, 4) + "-" + hex.substr(20);
+    return resolved.parent_path() / ("." + resolved.filename().string() + "." + uuid + ".tmp");
+}
+
+// The file a save replaces: a link's final target, or for a new file its resolved folder plus its name.
+fs::path resolve(const fs::path& target)
+{
+    if (auto real = posix::realpath(target))
+        return *real;
+    const int error = errno;
+    struct ::stat link {};
+    if (error != ENOENT || posix::lstat(target, link) == 0)
+        throw failure("Could not find", target, error); // a dangling link is refused, not replaced by a file
+    const fs::path parent = target.has_parent_path() ? target.parent_path() : fs::path(".");
+    const auto folder = posix::realpath(parent);
+    if (!folder)
+        throw failure("Could not find the folder of", target);
+    return *folder / target.filename();
+}
+
+// Owns the temporary file until it has been renamed into place; removes it on every other way out.
+class Temporary {
+public:
+    Temporary(fs::path path, int fd) : path_(std::move(path)), fd_(fd) {}
+    Temporary(const Temporary&) = delete;
+    Temporary& operator=(const Temporary&) = delete;
+    ~Temporary()
+    {
+        const int saved = errno;
+        if (fd_ >= 0)
+            posix::close(fd_);
+        if (!gone_)
+            posix::unlink(path_);
+        errno = saved;
+    }
+
+    const fs::path& path() const noexcept { return path_; }
+    int fd() const noexcept { return fd_; }
+    int close() { return posix::close(std::exchange(fd_, -1)); }
+    void forget() noexcept { gone_ = true; }
+
+private:
+    fs::path path_;
+    int fd_;
+    bool gone_ = false;
+};
+
+void writeAll(const Temporary& file, kdbx::ByteView bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t done = posix::write(file.fd(), bytes.data(), bytes.size());
+        if (done < 0 && errno == EINTR)
+            continue;
+        if (done <= 0)
+            throw failure("Could not write the temporary file", file.path(), done < 0 ? errno : EIO);
+        bytes = bytes.subspan(static_cast<std::size_t>(done));
+    }
+}
+
+std::vector<std::uint8_t> readBack(const Temporary& file, std::size_t size)
+{
+    std::vector<std::uint8_t> back(size);
+    std::size_t have = 0;
+    while (have < size) {
+        const ssize_t got =
+            posix::pread(file.fd(), back.data() + have, size - have, static_cast<off_t>(have));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            throw failure("Could not read back the temporary file", file.path(), got < 0 ? errno : EIO);
+        have += static_cast<std::size_t>(got);
+    }
+    return back;
+}
+
+// The stamp of the file at path; absent only when there is no file. Any other failure to read it is an error:
+// a file that cannot be read is never written over.
+std::optional<DiskStamp> currentStamp(const fs::path& path, const fs::path& shownAs)
+{
+    std::error_code error;
+    auto stamp = DiskStamp::ofFile(path, error);
+    if (error && error != std::errc::no_such_file_or_directory)
+        throw failure("Could not read", shownAs, error.value());
+    return stamp;
+}
+
+void syncFolder(const fs::path& folder)
+{
+    // The new name is already in place and whole; a folder that cannot be synced (some file systems refuse)
+    // does not make the save fail, or the window would keep a stamp that no longer matches the disk.
+    const int fd = posix::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    posix::fsync(fd);
+    posix::close(fd);
+}
+
+bool unsupportedFlags(int error) { return error == EINVAL || error == ENOSYS || error == ENOTSUP; }
+
+// Moves the temporary file into place if, at that instant, the target still is what the caller expects.
+void replace(Temporary& file, const fs::path& resolved, const fs::path& target,
+             const std::optional<DiskStamp>& expected)
+{
+    const std::string name = target.filename().string();
+    if (!expected) {
+        // Refuses a file that appeared since the comparison.
+        if (posix::rename(file.path(), resolved, RENAME_NOREPLACE) == 0) {
+            file.forget();
+            return;
+        }
+        if (errno == EEXIST)
+            throw ChangedOnDisk(name);
+        if (!unsupportedFlags(errno))
+            throw failure("Could not save", target);
+    } else {
+        // Swaps the files, then looks at the one taken out: a change that landed after the comparison is seen
+        // there and swapped back, so it is never lost.
+        if (posix::rename(file.path(), resolved, RENAME_EXCHANGE) == 0) {
+            std::error_code error;
+            const auto displaced = DiskStamp::ofFile(file.path(), error);
+            if (displaced == expected) {
+                posix::unlink(file.path());
+                file.forget();
+                return;
+            }
+            if (posix::rename(file.path(), resolved, RENAME_EXCHANGE) != 0) {
+                // The other version now sits at the temporary name: keep it rather than delete the only copy.
+                file.forget();
+                throw failure("Could not put back the file changed by another app as", target);
+            }
+            if (error)
+                throw failure("Could not read", target, error.value());
+            throw ChangedOnDisk(name);
+        }
+        if (errno == ENOENT)
+            throw ChangedOnDisk(name);
+        if (!unsupportedFlags(errno))
+            throw failure("Could not save", target);
+    }
+    // A file system without atomic exchange: the plain rename right after the comparison is the best it offers.
+    if (posix::rename(file.path(), resolved) != 0)
+        throw failure("Could not save", target);
+    file.forget();
+}
+
+} // namespace
+
+DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const std::optional<DiskStamp>& expected,
+                           const Check& check, const Backup& backup)
+{
+    if (!target.has_filename())
+        throw failure("Could not save", target, EISDIR);
+    const fs::path resolved = resolve(target);
+
+    struct ::stat info {};
+    mode_t mode = S_IRUSR | S_IWUSR;
+    if (posix::stat(resolved, info) == 0) {
+        if (!S_ISREG(info.st_mode))
+            throw failure("Could not save", target, S_ISDIR(info.st_mode) ? EISDIR : EINVAL);
+        // rename(2) needs no write permission on the file itself, and root needs none anywhere: a read-only
+        // file would be replaced without this.
+        if ((info.st_mode & S_IWUSR) == 0)
+            throw failure("Could not save the read-only file", target, EACCES);
+        mode = info.st_mode & 0777;
+    } else if (errno != ENOENT) {
+        throw failure("Could not read", target);
+    }
+    const fs::path folder = resolved.parent_path();
+    struct ::stat folderInfo {};
+    if (posix::stat(folder, folderInfo) != 0)
+        throw failure("Could not find the folder of", target);
+    if ((folderInfo.st_mode & S_IWUSR) == 0)
+        throw failure("Could not save in the read-only folder of", target, EACCES);
+
+    const fs::path temporaryPath = temporaryBeside(resolved);
+    const int fd = posix::open(temporaryPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0)
+        throw failure("Could not create the temporary file", temporaryPath);
+    Temporary file(temporaryPath, fd);
+
+    writeAll(file, bytes);
+    if (posix::fsync(file.fd()) != 0)
+        throw failure("Could not write the temporary file", file.path());
+    if (check) {
+        const auto back = readBack(file, bytes.size());
+        if (!std::equal(back.begin(), back.end(), bytes.begin(), bytes.end()))
+            throw failure("Could not read back the temporary file", file.path(), EIO);
+        check(back);
+    }
+
+    if (backup) {
+        try {
+            backup();
+        } catch (...) { // NOLINT(bugprone-empty-catch): the hook reports its own failure
+        }
+    }
+
+    if (currentStamp(resolved, target) != expected)
+        throw ChangedOnDisk(target.filename().string());
+    if (posix::fchmod(file.fd(), mode) != 0)
+        throw failure("Could not set the permissions of the temporary file", file.path());
+    if (file.close() != 0)
+        throw failure("Could not write the temporary file", file.path());
+    replace(file, resolved, target, expected);
+    syncFolder(folder);
+    return DiskStamp::of(bytes);
+}
+
+} // namespace quillon::files
