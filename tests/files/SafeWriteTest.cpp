@@ -1,0 +1,415 @@
+#include "files/SafeWrite.h"
+#include "kdbx/Random.h"
+#include "tests/files/Seam.h"
+#include "tests/support/TempDir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace quillon;
+using namespace quillon::files;
+using quillon::test::Interception;
+using quillon::test::leftovers;
+using quillon::test::readFile;
+using quillon::test::TempDir;
+using quillon::test::writeFile;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// About the size of a small KDBX file.
+Bytes content(std::size_t size = 40 * 1024) { return kdbx::randomBytes(size); }
+
+mode_t modeOf(const fs::path& path)
+{
+    struct ::stat info {};
+    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
+    return info.st_mode & 07777;
+}
+
+ino_t inodeOf(const fs::path& path)
+{
+    struct ::stat info {};
+    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
+    return info.st_ino;
+}
+
+TEST(SafeWrite, replacesAnUnchangedFileKeepingItsPermissions)
+{
+    TempDir dir;
+    const auto target = dir / "db.kdbx";
+    const Bytes first = content(), second = content(50 * 1024);
+
+    std::vector<std::string> seenBeforeRename;
+    mode_t temporaryMode = 0;
+    DiskStamp made;
+    {
+        Interception spy([&](int, posix::Call call) {
+            if (call == posix::Call::write && temporaryMode == 0)
+                temporaryMode = modeOf(dir / leftovers(dir.path()).at(0));
+            if (call == posix::Call::rename && seenBeforeRename.empty())
+                seenBeforeRename = leftovers(dir.path());
+            return 0;
+        });
+        made = SafeWrite::write(first, target, std::nullopt);
+    }
+    EXPECT_EQ(made, DiskStamp::of(first));
+    EXPECT_EQ(seenBeforeRename.size(), 1u) << "one temporary file named .db.kdbx.<UUID>.tmp";
+    EXPECT_EQ(temporaryMode, 0600);
+    EXPECT_EQ(modeOf(target), 0600) << "a new file is private";
+
+    ASSERT_EQ(::chmod(target.c_str(), 0640), 0);
+    const ino_t before = inodeOf(target);
+    EXPECT_EQ(SafeWrite::write(second, target, made), DiskStamp::of(second));
+    EXPECT_EQ(readFile(target), second);
+    EXPECT_EQ(DiskStamp::ofFile(target), DiskStamp::of(second));
+    EXPECT_EQ(modeOf(target), 0640);
+    EXPECT_NE(inodeOf(target), before) << "replaced whole, not rewritten in place";
+    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+
+    // A file system that refuses renameat2's flags still gets its save, by a plain rename.
+    const Bytes third = content();
+    bool refuseOnce = true;
+    Interception noFlags([&](int, posix::Call call) {
+        return call == posix::Call::rename && std::exchange(refuseOnce, false) ? EINVAL : 0;
+    });
+    EXPECT_EQ(SafeWrite::write(third, target, DiskStamp::of(second)), DiskStamp::of(third));
+    EXPECT_EQ(readFile(target), third);
+    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+}
+
+// What another app does to the file between the window's read and its save.
+struct Interference {
+    const char* name;
+    bool fileAtFirst;                           // whether the caller saw a file
+    std::function<void(const fs::path&)> act;   // the other app
+};
+
+void rewriteSameSizeWithOldTime(const fs::path& path)
+{
+    struct ::stat info {};
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    auto bytes = readFile(path);
+    bytes[bytes.size() / 2] ^= 0x01;
+    writeFile(path, bytes);
+    const timespec times[2] = {info.st_atim, info.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+void replaceByRename(const fs::path& path)
+{
+    writeFile(path.string() + ".other", content(41 * 1024));
+    fs::rename(path.string() + ".other", path);
+}
+
+const Interference interferences[] = {
+    {"rewritten in place", true, [](const fs::path& p) { writeFile(p, content(30 * 1024)); }},
+    {"same size, time set back", true, rewriteSameSizeWithOldTime},
+    {"replaced by rename", true, replaceByRename},
+    {"deleted", true, [](const fs::path& p) { fs::remove(p); }},
+    {"appeared where there was none", false, [](const fs::path& p) { writeFile(p, content()); }},
+};
+
+// The other app acts either before the save starts or right before the rename(2) that would replace the file.
+TEST(SafeWrite, anotherAppsChangeIsNeverWrittenOver)
+{
+    for (const bool atTheLastInstant : {false, true}) {
+        for (const auto& interference : interferences) {
+            SCOPED_TRACE(std::string(interference.name) + (atTheLastInstant ? ", just before the rename" : ""));
+            TempDir dir;
+            const auto target = dir / "db.kdbx";
+            std::optional<DiskStamp> expected;
+            if (interference.fileAtFirst) {
+                writeFile(target, content());
+                expected = DiskStamp::ofFile(target);
+            }
+            std::optional<Bytes> theirs;
+            auto interfere = [&] {
+                interference.act(target);
+                if (test::exists(target))
+                    theirs = readFile(target);
+            };
+            if (!atTheLastInstant)
+                interfere();
+            bool done = false;
+            Interception hook([&](int, posix::Call call) {
+                if (atTheLastInstant && call == posix::Call::rename && !std::exchange(done, true))
+                    interfere();
+                return 0;
+            });
+            try {
+                SafeWrite::write(content(), target, expected);
+                ADD_FAILURE() << "the save went through";
+            } catch (const ChangedOnDisk& e) {
+                EXPECT_EQ(e.name(), "db.kdbx");
+                EXPECT_STREQ(e.what(), "db.kdbx was changed by another app while it was being saved, so nothing "
+                                       "was written. Save again to choose what happens.");
+            }
+            if (theirs)
+                EXPECT_EQ(readFile(target), *theirs);
+            else
+                EXPECT_FALSE(test::exists(target)) << "a deleted file is not recreated";
+            EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+        }
+    }
+}
+
+TEST(SafeWrite, aWriteJustAfterASaveIsCaughtByTheNextSave)
+{
+    TempDir dir;
+    const auto target = dir / "db.kdbx";
+    const auto stamp = SafeWrite::write(content(), target, std::nullopt);
+    const Bytes theirs = content();
+    writeFile(target, theirs);
+    EXPECT_THROW(SafeWrite::write(content(), target, stamp), ChangedOnDisk);
+    EXPECT_EQ(readFile(target), theirs);
+}
+
+TEST(SafeWrite, theCheckSeesTheWrittenBytesAndCanStopTheSave)
+{
+    TempDir dir;
+    const auto target = dir / "db.kdbx";
+    const Bytes original = content(), next = content();
+    writeFile(target, original);
+    std::vector<std::string> order;
+    auto check = [&](kdbx::ByteView written) {
+        order.push_back("check");
+        EXPECT_TRUE(std::equal(written.begin(), written.end(), next.begin(), next.end()));
+        throw std::runtime_error("does not open");
+    };
+    EXPECT_THROW(SafeWrite::write(next, target, DiskStamp::ofFile(target), check, [&] { order.push_back("backup"); }),
+                 std::runtime_error);
+    EXPECT_EQ(order, std::vector<std::string>{"check"}) << "no backup of a save that will not happen";
+    EXPECT_EQ(readFile(target), original);
+    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+}
+
+TEST(SafeWrite, theBackupRunsBeforeTheComparisonAndItsFailureDoesNotStopTheSave)
+{
+    TempDir dir;
+    const auto target = dir / "db.kdbx";
+    const Bytes original = content(), next = content();
+    writeFile(target, original);
+    std::optional<Bytes> seenByBackup;
+    const auto backup = [&] {
+        seenByBackup = readFile(target);
+        throw std::runtime_error("backup folder is gone");
+    };
+    EXPECT_EQ(SafeWrite::write(next, target, DiskStamp::ofFile(target), [](kdbx::ByteView) {}, backup),
+              DiskStamp::of(next));
+    EXPECT_EQ(seenByBackup, original);
+    EXPECT_EQ(readFile(target), next);
+
+    // A backup that changes the file it copies would be a conflict like any other.
+    EXPECT_THROW(SafeWrite::write(content(), target, DiskStamp::of(next), {}, [&] { writeFile(target, "x"); }),
+                 ChangedOnDisk);
+}
+
+TEST(SafeWrite, savesThroughASymbolicLinkAndTheLinkStaysALink)
+{
+    TempDir dir;
+    fs::create_directory(dir / "real");
+    fs::create_directory(dir / "links");
+    const auto real = dir / "real" / "db.kdbx";
+    const Bytes original = content(), next = content();
+    writeFile(real, original);
+    ASSERT_EQ(::chmod(real.c_str(), 0604), 0);
+    const auto link = dir / "links" / "shortcut.kdbx";
+    fs::create_symlink("../real/db.kdbx", link);
+
+    EXPECT_EQ(SafeWrite::write(next, link, DiskStamp::ofFile(link)), DiskStamp::of(next));
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(fs::read_symlink(link), "../real/db.kdbx");
+    EXPECT_EQ(readFile(real), next);
+    EXPECT_EQ(modeOf(real), 0604);
+    EXPECT_THAT(leftovers(dir / "real"), testing::IsEmpty());
+    EXPECT_THAT(leftovers(dir / "links"), testing::IsEmpty());
+
+    // A link to nothing is refused rather than replaced by a file.
+    fs::create_symlink("../real/missing.kdbx", dir / "links" / "dangling.kdbx");
+    EXPECT_THROW(SafeWrite::write(next, dir / "links" / "dangling.kdbx", std::nullopt), std::system_error);
+    EXPECT_TRUE(fs::is_symlink(dir / "links" / "dangling.kdbx"));
+    EXPECT_FALSE(test::exists(dir / "real" / "missing.kdbx"));
+}
+
+// Root passes every permission check of the kernel; a read-only mode still stops the save.
+TEST(SafeWrite, readOnlyFilesAndFoldersAreRefusedWithNothingWritten)
+{
+    TempDir dir;
+    const auto target = dir / "db.kdbx";
+    const Bytes original = content();
+    writeFile(target, original);
+    ASSERT_EQ(::chmod(target.c_str(), 0444), 0);
+    try {
+        SafeWrite::write(content(), target, DiskStamp::ofFile(target));
+        ADD_FAILURE() << "a read-only file was replaced";
+    } catch (const std::system_error& e) {
+        EXPECT_EQ(e.code().value(), EACCES);
+        EXPECT_THAT(e.what(), testing::HasSubstr("read-only file db.kdbx"));
+    }
+    EXPECT_EQ(readFile(target), original);
+    EXPECT_EQ(modeOf(target), 0444);
+
+    ASSERT_EQ(::chmod(target.c_str(), 0644), 0);
+    ASSERT_EQ(::chmod(dir.path().c_str(), 0555), 0);
+    try {
+        SafeWrite::write(content(), target, DiskStamp::ofFile(target));
+        ADD_FAILURE() << "saved into a read-only folder";
+    } catch (const std::system_error& e) {
+        EXPECT_EQ(e.code().value(), EACCES);
+        EXPECT_THAT(e.what(), testing::HasSubstr("read-only folder of db.kdbx"));
+    }
+    ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);
+    EXPECT_EQ(readFile(target), original);
+    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+}
+
+// Every file call of a save, made to fail in turn: a save either fails, leaving the target as it was and no
+// temporary file, or (for the calls after the file is in place) succeeds.
+TEST(SafeWrite, anyFailingCallLeavesTheTargetWholeAndNoTemporaryFile)
+{
+    for (const bool fileExists : {true, false}) {
+        TempDir dir;
+        const auto target = dir / "db.kdbx";
+        const Bytes original = content(), next = content();
+        auto reset = [&] {
+            if (fileExists)
+                writeFile(target, original);
+            else
+                fs::remove(target);
+        };
+        auto save = [&] {
+            return SafeWrite::write(next, target, fileExists ? DiskStamp::of(original) : std::optional<DiskStamp>(),
+                                    [](kdbx::ByteView) {}, [] {});
+        };
+        reset();
+        std::size_t callsOfASave = 0;
+        {
+            Interception count;
+            save();
+            callsOfASave = count.calls().size();
+        }
+        ASSERT_GT(callsOfASave, 10u);
+        for (const int error : {ENOSPC, EIO, EACCES}) {
+            int failures = 0;
+            for (int n = 1; n <= static_cast<int>(callsOfASave); ++n) {
+                SCOPED_TRACE("call " + std::to_string(n) + ", " + std::strerror(error) +
+                             (fileExists ? "" : ", new file"));
+                reset();
+                posix::Call failed{};
+                bool saved = false;
+                try {
+                    Interception fault([&](int index, posix::Call call) {
+                        if (index != n)
+                            return 0;
+                        failed = call;
+                        return error;
+                    });
+                    save();
+                    saved = true;
+                } catch (const std::system_error& e) {
+                    ++failures;
+                    EXPECT_EQ(e.code().value(), error);
+                    EXPECT_THAT(e.what(), testing::HasSubstr("db.kdbx"));
+                    EXPECT_THAT(e.what(), testing::HasSubstr(std::strerror(error)));
+                }
+                SCOPED_TRACE(std::string("failed call: ") + std::string(posix::callName(failed)));
+                if (saved) {
+                    EXPECT_EQ(readFile(target), next);
+                    // Only the removal of the file that was replaced may fail without consequence.
+                    if (failed != posix::Call::unlink) {
+                        EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+                    }
+                    for (const auto& name : leftovers(dir.path()))
+                        fs::remove(dir / name);
+                } else {
+                    if (fileExists)
+                        EXPECT_EQ(readFile(target), original);
+                    else
+                        EXPECT_FALSE(test::exists(target));
+                    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+                }
+            }
+            EXPECT_GT(failures, static_cast<int>(callsOfASave) / 2);
+        }
+    }
+}
+
+// Two saves of one file at once: exactly one wins, and the file is that one's content, whole.
+TEST(SafeWrite, twoRacingWritersLeaveExactlyOneWholeVersion)
+{
+    TempDir dir;
+    const auto target = dir / "db.kdbx";
+    for (int round = 0; round < 100; ++round) {
+        writeFile(target, content());
+        const auto expected = DiskStamp::ofFile(target);
+        const Bytes a = content(), b = content();
+        bool aWon = false, bWon = false;
+        auto race = [&](const Bytes& mine, bool& won) {
+            try {
+                SafeWrite::write(mine, target, expected);
+                won = true;
+            } catch (const ChangedOnDisk&) {
+            }
+        };
+        std::thread first(race, std::cref(a), std::ref(aWon));
+        std::thread second(race, std::cref(b), std::ref(bWon));
+        first.join();
+        second.join();
+        ASSERT_NE(aWon, bWon) << "round " << round;
+        EXPECT_EQ(readFile(target), aWon ? a : b);
+    }
+    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+}
+
+// A real full disk: a small tmpfs. Needs root and a kernel that lets the sandbox mount.
+TEST(SafeWrite, aFullDiskLeavesTheTargetWhole)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "mounting a small tmpfs needs root";
+    TempDir dir;
+    const auto mountPoint = dir / "disk";
+    fs::create_directory(mountPoint);
+    if (::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, "size=256k") != 0)
+        GTEST_SKIP() << "mount refused: " << std::strerror(errno);
+    struct Unmount {
+        fs::path at;
+        ~Unmount() { ::umount2(at.c_str(), MNT_DETACH); }
+    } unmount{mountPoint};
+
+    const auto target = mountPoint / "db.kdbx";
+    const Bytes original = content(64 * 1024);
+    writeFile(target, original);
+    {
+        // Leave about 40 KiB free.
+        const Bytes filler(150 * 1024, 0x5a);
+        writeFile(mountPoint / "filler", filler);
+    }
+    try {
+        SafeWrite::write(content(100 * 1024), target, DiskStamp::of(original), [](kdbx::ByteView) {});
+        ADD_FAILURE() << "the save fitted on a full disk";
+    } catch (const std::system_error& e) {
+        EXPECT_EQ(e.code().value(), ENOSPC);
+        EXPECT_THAT(e.what(), testing::StartsWith("Could not write the temporary file .db.kdbx."));
+        EXPECT_THAT(e.what(), testing::EndsWith(".tmp: No space left on device"));
+    }
+    EXPECT_EQ(readFile(target), original);
+    EXPECT_THAT(leftovers(mountPoint), testing::IsEmpty());
+}
+
+} // namespace
