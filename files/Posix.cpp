@@ -49,6 +49,7 @@ std::string_view callName(Call call) noexcept
     case Call::write: return "write";
     case Call::fsync: return "fsync";
     case Call::fchmod: return "fchmod";
+    case Call::fstat: return "fstat";
     case Call::stat: return "stat";
     case Call::lstat: return "lstat";
     case Call::realpath: return "realpath";
@@ -100,6 +101,8 @@ ssize_t write(int fd, const void* buffer, std::size_t size)
 int fsync(int fd) { return allowed(Call::fsync) ? ::fsync(fd) : -1; }
 
 int fchmod(int fd, mode_t mode) { return allowed(Call::fchmod) ? ::fchmod(fd, mode) : -1; }
+
+int fstat(int fd, struct ::stat& out) { return allowed(Call::fstat) ? ::fstat(fd, &out) : -1; }
 
 int stat(const std::filesystem::path& path, struct ::stat& out)
 {

@@ -23,6 +23,7 @@ enum class Call : std::uint8_t {
     write,
     fsync,
     fchmod,
+    fstat,
     stat,
     lstat,
     realpath,
@@ -50,6 +51,7 @@ ssize_t pread(int fd, void* buffer, std::size_t size, off_t offset);
 ssize_t write(int fd, const void* buffer, std::size_t size);
 int fsync(int fd);
 int fchmod(int fd, mode_t mode);
+int fstat(int fd, struct ::stat& out);
 int stat(const std::filesystem::path& path, struct ::stat& out);
 int lstat(const std::filesystem::path& path, struct ::stat& out);
 // renameat2(2) flags: 0, RENAME_NOREPLACE or RENAME_EXCHANGE.

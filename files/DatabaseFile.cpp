@@ -1,0 +1,106 @@
+#include "files/DatabaseFile.h"
+
+#include "files/CanonicalPath.h"
+#include "files/Posix.h"
+#include "files/SafeWrite.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <limits>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace quillon::files {
+
+namespace {
+
+std::system_error readFailure(const std::filesystem::path& location, int error)
+{
+    return {error, std::generic_category(), "Could not read " + location.filename().string()};
+}
+
+} // namespace
+
+DiskBytes readDiskBytes(const std::filesystem::path& location)
+{
+    const int fd = posix::open(location, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        throw readFailure(location, errno);
+    struct Closer {
+        int fd;
+        ~Closer() { posix::close(fd); }
+    } closer{fd};
+    struct ::stat info {};
+    if (posix::fstat(fd, info) != 0)
+        throw readFailure(location, errno);
+    if (S_ISDIR(info.st_mode))
+        throw readFailure(location, EISDIR);
+
+    DiskBytes read;
+    // The size is only a hint: read to the end, whatever another program did to the length meanwhile.
+    if (info.st_size > 0 && static_cast<std::uint64_t>(info.st_size) < std::numeric_limits<std::size_t>::max() / 2)
+        read.bytes.reserve(static_cast<std::size_t>(info.st_size));
+    std::vector<std::uint8_t> chunk(64 * 1024);
+    for (;;) {
+        const ssize_t got = posix::read(fd, chunk.data(), chunk.size());
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            throw readFailure(location, errno);
+        if (got == 0)
+            break;
+        read.bytes.insert(read.bytes.end(), chunk.begin(), chunk.begin() + got);
+    }
+    read.stamp = DiskStamp::of(read.bytes);
+    return read;
+}
+
+DatabaseFile DatabaseFile::open(const std::filesystem::path& location, const kdbx::Credentials& credentials)
+{
+    return decode(location, readDiskBytes(location), credentials);
+}
+
+DatabaseFile DatabaseFile::decode(const std::filesystem::path& location, const DiskBytes& read,
+                                  const kdbx::Credentials& credentials)
+{
+    return {location, kdbx::KdbxFile::open(read.bytes, credentials), read.stamp};
+}
+
+DatabaseFile::DatabaseFile(std::filesystem::path location, std::unique_ptr<kdbx::KdbxFile> file,
+                           std::optional<DiskStamp> stamp)
+    : location_(std::move(location)), file_(std::move(file)), stamp_(std::move(stamp))
+{
+}
+
+PreSaveBackup::Outcome DatabaseFile::save(const kdbx::Credentials& credentials, const BackupSetting& backup)
+{
+    return saveTo(location_, stamp_, credentials, backup);
+}
+
+PreSaveBackup::Outcome DatabaseFile::saveTo(const std::filesystem::path& location,
+                                            const std::optional<DiskStamp>& expected,
+                                            const kdbx::Credentials& credentials, const BackupSetting& backup)
+{
+    const std::vector<std::uint8_t> bytes = file_->save(credentials);
+
+    // What is about to replace the file must open with the credentials that will be asked for next time.
+    const auto check = [&credentials](kdbx::ByteView written) { kdbx::KdbxFile::open(written, credentials); };
+
+    auto outcome = PreSaveBackup::Outcome::skipped;
+    // The same text every run, whatever route reached the file, so that its backups share one folder.
+    const std::filesystem::path database = canonicalPath(location);
+    const auto makeBackup = [&] {
+        if (backup.backups)
+            outcome = backedUp_.beforeSave(*backup.backups, database, backup.backUpBeforeSaving);
+    };
+
+    const DiskStamp written = SafeWrite::write(bytes, location, expected, check, makeBackup);
+    location_ = location;
+    stamp_ = written;
+    return outcome;
+}
+
+} // namespace quillon::files

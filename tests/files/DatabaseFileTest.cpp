@@ -1,0 +1,184 @@
+#include "files/DatabaseFile.h"
+#include "files/SafeWrite.h"
+#include "kdbx/KdbxError.h"
+#include "tests/files/Seam.h"
+#include "tests/support/PeerDatabases.h"
+#include "tests/support/Peers.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TestDb.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <string>
+
+using namespace quillon;
+using namespace quillon::files;
+using quillon::test::leftovers;
+using quillon::test::passwordOnly;
+using quillon::test::readFile;
+using quillon::test::TempDir;
+using quillon::test::writeFile;
+namespace fs = std::filesystem;
+
+namespace {
+
+const char* const title = "/KeePassFile/Root/Group/Entry/String[Key='Title']/Value";
+const char* const password = "/KeePassFile/Root/Group/Entry/String[Key='Password']/Value";
+
+std::string text(const DatabaseFile& db, const char* path)
+{
+    return db.file().document.select_node(path).node().text().get();
+}
+
+mode_t modeOf(const fs::path& path)
+{
+    struct ::stat info {};
+    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
+    return info.st_mode & 07777;
+}
+
+TEST(DatabaseFile, savesInPlaceKeepingPermissionsAndBacksUpOncePerRun)
+{
+    TempDir dir;
+    const auto path = dir / "Work.kdbx";
+    const auto credentials = passwordOnly("correct horse");
+    const auto original = test::tinyFile(credentials);
+    writeFile(path, original);
+    ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+    const Backups backups(dir / "Backups");
+
+    auto db = DatabaseFile::open(path, credentials);
+    EXPECT_EQ(db.stamp(), DiskStamp::of(original));
+    EXPECT_EQ(text(db, password), "s3cret");
+
+    db.file().document.select_node(title).node().text().set("Changed");
+    EXPECT_EQ(db.save(credentials, {&backups, true}), PreSaveBackup::Outcome::made);
+    EXPECT_EQ(db.stamp(), DiskStamp::ofFile(path));
+    EXPECT_EQ(modeOf(path), 0640);
+    EXPECT_EQ(text(db, password), "s3cret") << "the window keeps showing plain values after a save";
+    ASSERT_EQ(backups.listBackups(fs::canonical(path)).size(), 1u);
+    EXPECT_EQ(readFile(backups.listBackups(fs::canonical(path))[0]), original);
+
+    EXPECT_EQ(db.save(credentials, {&backups, true}), PreSaveBackup::Outcome::skipped);
+    EXPECT_EQ(backups.listBackups(fs::canonical(path)).size(), 1u) << "one backup per run";
+
+    const auto again = DatabaseFile::open(path, credentials);
+    EXPECT_EQ(text(again, title), "Changed");
+    EXPECT_EQ(again.stamp(), db.stamp());
+
+    // A later run with backups switched off makes none; through a relative path it is the same folder.
+    auto later = DatabaseFile::open(fs::relative(path), credentials);
+    EXPECT_EQ(later.save(credentials, {&backups, false}), PreSaveBackup::Outcome::skipped);
+    EXPECT_EQ(later.save(credentials, {&backups, true}), PreSaveBackup::Outcome::made);
+    EXPECT_EQ(backups.listBackups(fs::canonical(path)).size(), 2u);
+    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+}
+
+// What would replace the file is decoded first; an encoder that wrote something unreadable stops the save.
+TEST(DatabaseFile, aWrittenFileThatDoesNotOpenReplacesNothing)
+{
+    TempDir dir;
+    const auto path = dir / "db.kdbx";
+    const auto credentials = passwordOnly("pw");
+    const auto original = test::tinyFile(credentials);
+    writeFile(path, original);
+    auto db = DatabaseFile::open(path, credentials);
+    const auto stamp = db.stamp();
+
+    db.file().document.reset(); // serialises to no document element, which no reader accepts
+    test::Interception spy;
+    EXPECT_THROW(db.save(credentials, {}), kdbx::KdbxError);
+    EXPECT_THAT(spy.calls(), testing::Contains(posix::Call::pread)) << "refused when read back, not when encoded";
+    EXPECT_THAT(spy.calls(), testing::Not(testing::Contains(posix::Call::rename)));
+    EXPECT_EQ(readFile(path), original);
+    EXPECT_EQ(db.stamp(), stamp);
+    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+}
+
+TEST(DatabaseFile, anotherProgramsChangeIsKeptUntilTheUserChoosesToOverwrite)
+{
+    TempDir dir;
+    const auto path = dir / "db.kdbx";
+    const auto credentials = passwordOnly("pw");
+    writeFile(path, test::tinyFile(credentials));
+    auto db = DatabaseFile::open(path, credentials);
+    const auto stamp = db.stamp();
+    db.file().document.select_node(title).node().text().set("Mine");
+
+    const auto theirs = test::tinyFile(credentials);
+    writeFile(path, theirs);
+    EXPECT_THROW(db.save(credentials, {}), ChangedOnDisk);
+    EXPECT_EQ(readFile(path), theirs);
+    EXPECT_EQ(db.stamp(), stamp);
+    EXPECT_EQ(text(db, title), "Mine");
+
+    // The user agreed to overwrite the version there now.
+    db.saveTo(path, DiskStamp::ofFile(path), credentials, {});
+    EXPECT_EQ(text(DatabaseFile::open(path, credentials), title), "Mine");
+
+    // Save As to a place where nothing is: the object moves there; the old file stays as it was.
+    const auto before = readFile(path);
+    db.saveTo(dir / "copy.kdbx", std::nullopt, credentials, {});
+    EXPECT_EQ(db.location(), dir / "copy.kdbx");
+    EXPECT_EQ(db.stamp(), DiskStamp::ofFile(dir / "copy.kdbx"));
+    EXPECT_EQ(readFile(path), before);
+    EXPECT_EQ(modeOf(dir / "copy.kdbx"), 0600);
+
+    // A new database never saved does not write over a file that is there.
+    DatabaseFile fresh(path, test::tinyDatabase(), std::nullopt);
+    EXPECT_THROW(fresh.save(credentials, {}), ChangedOnDisk);
+    EXPECT_EQ(readFile(path), before);
+}
+
+TEST(DatabaseFile, readingFailuresNameTheFile)
+{
+    TempDir dir;
+    try {
+        DatabaseFile::open(dir / "missing.kdbx", passwordOnly("pw"));
+        ADD_FAILURE() << "opened a missing file";
+    } catch (const std::system_error& e) {
+        EXPECT_EQ(e.code().value(), ENOENT);
+        EXPECT_THAT(e.what(), testing::StartsWith("Could not read missing.kdbx: "));
+    }
+    const auto path = dir / "db.kdbx";
+    writeFile(path, test::tinyFile(passwordOnly("pw")));
+    bool failed = false;
+    test::Interception fault([&](int, posix::Call call) {
+        return call == posix::Call::read && !std::exchange(failed, true) ? EIO : 0;
+    });
+    try {
+        readDiskBytes(path);
+        ADD_FAILURE() << "a failed read went unnoticed";
+    } catch (const std::system_error& e) {
+        EXPECT_THAT(e.what(), testing::StartsWith("Could not read db.kdbx: Input/output error"));
+    }
+    EXPECT_THROW(DatabaseFile::open(path, passwordOnly("wrong")), kdbx::KdbxError);
+}
+
+// A file pykeepass made opens, is changed and saved, and KeePassXC reads the change.
+TEST(DatabaseFile, peersReadWhatWeSaveOverTheirFile)
+{
+    QUILLON_REQUIRE_PEER(test::pykeepassPython(), "pykeepass");
+    QUILLON_REQUIRE_PEER(test::keepassxcCli(), "keepassxc-cli");
+    TempDir dir;
+    const auto path = dir / "peer.kdbx";
+    test::PeerDatabase spec;
+    spec.entries.push_back({"", "Bank", "carol", "hunter2", "", ""});
+    const auto made = test::makePykeepassDatabase(path, spec);
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+
+    auto db = DatabaseFile::open(path, passwordOnly(*spec.credentials.password));
+    db.file().document.select_node("//Entry/String[Key='UserName']/Value").node().text().set("dave");
+    db.save(passwordOnly(*spec.credentials.password), {});
+
+    const auto shown = test::keepassxcOn("show", path, spec.credentials, {"Bank"}, {"-s", "-a", "UserName", "-a",
+                                                                                  "Password"});
+    ASSERT_EQ(shown.exitCode, 0) << shown.err;
+    EXPECT_EQ(shown.out, "dave\nhunter2\n");
+}
+
+} // namespace
