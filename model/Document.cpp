@@ -1,0 +1,177 @@
+#include "model/Document.h"
+
+#include "model/Entry.h"
+#include "model/Group.h"
+#include "model/Nodes.h"
+
+#include <string>
+#include <vector>
+
+namespace quillon::model {
+
+Document::Document(pugi::xml_document& xml, Clock clock) : xml_(&xml), clock_(std::move(clock))
+{
+    if (!clock_)
+        clock_ = [] { return std::chrono::system_clock::now(); };
+}
+
+Time Document::now() const
+{
+    return toTime(clock_());
+}
+
+pugi::xml_node Document::meta() const
+{
+    return xml_->child("KeePassFile").child("Meta");
+}
+
+pugi::xml_node Document::root() const
+{
+    return xml_->child("KeePassFile").child("Root");
+}
+
+std::optional<std::string_view> Document::metaText(const char* name) const
+{
+    const auto node = meta().child(name);
+    if (!node)
+        return std::nullopt;
+    return std::string_view(node.text().get());
+}
+
+void Document::setMetaText(const char* name, std::string_view text) const
+{
+    auto m = meta();
+    if (!m) {
+        auto file = xml_->child("KeePassFile");
+        if (!file)
+            return;
+        m = file.prepend_child("Meta");
+    }
+    nodes::setChildText(m, name, text);
+}
+
+std::optional<Group> Document::topGroup() const
+{
+    if (const auto g = root().child("Group"))
+        return Group(g, *this);
+    return std::nullopt;
+}
+
+namespace {
+
+// Visits every group under Root in document order, without recursion; stops when visit returns true.
+template <class Visit>
+void walkGroups(pugi::xml_node root, Visit&& visit)
+{
+    std::vector<pugi::xml_node> stack;
+    for (auto g = root.last_child(); g; g = g.previous_sibling())
+        if (nodes::isNamed(g, "Group"))
+            stack.push_back(g);
+    while (!stack.empty()) {
+        const auto g = stack.back();
+        stack.pop_back();
+        if (visit(g))
+            return;
+        for (auto c = g.last_child(); c; c = c.previous_sibling())
+            if (nodes::isNamed(c, "Group"))
+                stack.push_back(c);
+    }
+}
+
+} // namespace
+
+std::optional<Group> Document::findGroup(std::string_view uuid) const
+{
+    if (isNoUuid(uuid))
+        return std::nullopt;
+    pugi::xml_node found;
+    walkGroups(root(), [&](pugi::xml_node g) {
+        if (nodes::childText(g, "UUID") == uuid)
+            found = g;
+        return bool(found);
+    });
+    if (!found)
+        return std::nullopt;
+    return Group(found, *this);
+}
+
+std::optional<Entry> Document::findEntry(std::string_view uuid) const
+{
+    if (isNoUuid(uuid))
+        return std::nullopt;
+    pugi::xml_node found;
+    walkGroups(root(), [&](pugi::xml_node g) {
+        for (const auto e : g.children("Entry"))
+            if (nodes::childText(e, "UUID") == uuid) {
+                found = e;
+                break;
+            }
+        return bool(found);
+    });
+    if (!found)
+        return std::nullopt;
+    return Entry(found, *this);
+}
+
+Group Document::group(pugi::xml_node element) const
+{
+    return Group(element, *this);
+}
+
+Entry Document::entry(pugi::xml_node element) const
+{
+    return Entry(element, *this);
+}
+
+Entry Document::newEntry(const Group& parent, std::string_view title) const
+{
+    auto e = parent.element().append_child("Entry");
+    e.append_child("UUID").text().set(kdbx::newUuidText().c_str());
+    auto times = e.append_child("Times");
+    const std::string stamp = writeTime(now());
+    for (const char* name : {"CreationTime", "LastModificationTime", "LastAccessTime"})
+        times.append_child(name).text().set(stamp.c_str());
+    times.append_child("Expires").text().set(falseText.data(), falseText.size());
+    const Entry entry(e, *this);
+    for (const auto name : standardFieldNames)
+        entry.setField(name, name == "Title" ? title : std::string_view(), name == "Password");
+    return entry;
+}
+
+Group Document::newGroup(const Group& parent, std::string_view name) const
+{
+    auto g = parent.element().append_child("Group");
+    g.append_child("UUID").text().set(kdbx::newUuidText().c_str());
+    g.append_child("Name").text().set(name.data(), name.size());
+    auto times = g.append_child("Times");
+    const std::string stamp = writeTime(now());
+    times.append_child("CreationTime").text().set(stamp.c_str());
+    times.append_child("LastModificationTime").text().set(stamp.c_str());
+    return Group(g, *this);
+}
+
+std::optional<std::size_t> Document::historyLimit() const
+{
+    const auto text = metaText("HistoryMaxItems");
+    if (!text)
+        return std::nullopt;
+    const auto value = readDecimal(*text);
+    if (!value || *value < 0)
+        return std::nullopt;
+    return static_cast<std::size_t>(*value);
+}
+
+std::int64_t Document::historyMaxItems() const
+{
+    const auto text = metaText("HistoryMaxItems");
+    if (!text)
+        return -1;
+    return readDecimal(*text).value_or(-1);
+}
+
+void Document::setHistoryMaxItems(std::int64_t value) const
+{
+    setMetaText("HistoryMaxItems", std::to_string(value));
+}
+
+} // namespace quillon::model

@@ -1,0 +1,63 @@
+// model/Document.h: the decrypted XML document as the single source of truth, with an injectable clock.
+#pragma once
+
+#include "model/Encodings.h"
+
+#include <pugixml.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string_view>
+
+namespace quillon::model {
+
+class Entry;
+class Group;
+
+// A non-owning view of one database's tree. Views handed out (Group, Entry) point back here, so the
+// Document must outlive them and must not move. Nothing here throws or copies the tree.
+class Document {
+public:
+    using Clock = std::function<kdbx::SystemTime()>;
+
+    explicit Document(pugi::xml_document& xml, Clock clock = {});
+    Document(const Document&) = delete;
+    Document& operator=(const Document&) = delete;
+
+    pugi::xml_document& xml() const noexcept { return *xml_; }
+    Time now() const;
+
+    pugi::xml_node meta() const;
+    pugi::xml_node root() const;
+    // The text of a Meta child, absent when the element is missing.
+    std::optional<std::string_view> metaText(const char* name) const;
+    // Writes a Meta child, created at the end of Meta (and Meta itself when missing).
+    void setMetaText(const char* name, std::string_view text) const;
+
+    // The first Group under Root.
+    std::optional<Group> topGroup() const;
+    // First in document order whose UUID text is the given text; an empty or all-zero UUID finds nothing.
+    std::optional<Group> findGroup(std::string_view uuid) const;
+    // Current entries only; versions in History are not items of their own.
+    std::optional<Entry> findEntry(std::string_view uuid) const;
+
+    Group group(pugi::xml_node element) const;
+    Entry entry(pugi::xml_node element) const;
+
+    // New items are appended as the last child of the parent.
+    Entry newEntry(const Group& parent, std::string_view title) const;
+    Group newGroup(const Group& parent, std::string_view name) const;
+
+    // The limit used when pruning history: missing, unparseable or negative means no limit.
+    std::optional<std::size_t> historyLimit() const;
+    // The settings form's reading: missing or unparseable reads -1, otherwise the number as it is.
+    std::int64_t historyMaxItems() const;
+    void setHistoryMaxItems(std::int64_t value) const;
+
+private:
+    pugi::xml_document* xml_;
+    Clock clock_;
+};
+
+} // namespace quillon::model

@@ -1,0 +1,150 @@
+#include "model/Group.h"
+
+#include "model/Document.h"
+#include "model/Nodes.h"
+
+namespace quillon::model {
+
+std::string_view Group::uuid() const
+{
+    return nodes::childText(element_, "UUID");
+}
+
+std::string_view Group::name() const
+{
+    return nodes::childText(element_, "Name");
+}
+
+void Group::rename(std::string_view name) const
+{
+    nodes::setChildText(element_, "Name", name);
+}
+
+std::optional<int> Group::iconId() const
+{
+    const auto value = readDecimal(nodes::childText(element_, "IconID"));
+    if (!value || *value < 0 || *value > 0x7fffffff)
+        return std::nullopt;
+    return static_cast<int>(*value);
+}
+
+std::optional<bool> Group::enableSearching() const
+{
+    return readLooseBool(nodes::childText(element_, "EnableSearching"));
+}
+
+std::string_view Group::previousParentGroup() const
+{
+    return nodes::childText(element_, "PreviousParentGroup");
+}
+
+std::optional<Time> Group::creationTime() const
+{
+    return nodes::childTime(element_, "CreationTime");
+}
+
+std::optional<Time> Group::lastModificationTime() const
+{
+    return nodes::childTime(element_, "LastModificationTime");
+}
+
+std::optional<Time> Group::locationChanged() const
+{
+    return nodes::childTime(element_, "LocationChanged");
+}
+
+void Group::touch() const
+{
+    nodes::stampTime(element_, "LastModificationTime", document_->now());
+}
+
+std::optional<Group> Group::parent() const
+{
+    const auto p = element_.parent();
+    if (!nodes::isNamed(p, "Group"))
+        return std::nullopt;
+    return Group(p, *document_);
+}
+
+bool Group::containsOrIs(const Group& other) const noexcept
+{
+    return nodes::isSelfOrAncestor(element_, other.element());
+}
+
+bool Group::containsOrIs(const Entry& other) const noexcept
+{
+    return nodes::isSelfOrAncestor(element_, other.element());
+}
+
+std::vector<Group> Group::groups() const
+{
+    std::vector<Group> out;
+    for (const auto g : element_.children("Group"))
+        out.emplace_back(g, *document_);
+    return out;
+}
+
+std::vector<Entry> Group::entries() const
+{
+    std::vector<Entry> out;
+    for (const auto e : element_.children("Entry"))
+        out.emplace_back(e, *document_);
+    return out;
+}
+
+namespace {
+
+// Pre-order over the groups below (and including) start, with the flag each inherits; no recursion,
+// since a hostile file may nest groups arbitrarily deep.
+template <class Visit>
+void walk(pugi::xml_node start, bool startFlag, Visit&& visit)
+{
+    std::vector<std::pair<pugi::xml_node, bool>> stack{{start, startFlag}};
+    while (!stack.empty()) {
+        auto [g, inherited] = stack.back();
+        stack.pop_back();
+        const bool flag = visit(g, inherited);
+        for (auto c = g.last_child(); c; c = c.previous_sibling())
+            if (nodes::isNamed(c, "Group"))
+                stack.emplace_back(c, flag);
+    }
+}
+
+} // namespace
+
+std::vector<Entry> Group::allEntries() const
+{
+    std::vector<Entry> out;
+    walk(element_, true, [&](pugi::xml_node g, bool) {
+        for (const auto e : g.children("Entry"))
+            out.emplace_back(e, *document_);
+        return true;
+    });
+    return out;
+}
+
+std::vector<Group> Group::allGroups() const
+{
+    std::vector<Group> out;
+    walk(element_, true, [&](pugi::xml_node g, bool) {
+        if (g != element_)
+            out.emplace_back(g, *document_);
+        return true;
+    });
+    return out;
+}
+
+std::vector<Entry> Group::searchableEntries() const
+{
+    std::vector<Entry> out;
+    walk(element_, true, [&](pugi::xml_node g, bool inherited) {
+        const bool flag = readLooseBool(nodes::childText(g, "EnableSearching")).value_or(inherited);
+        if (flag)
+            for (const auto e : g.children("Entry"))
+                out.emplace_back(e, *document_);
+        return flag;
+    });
+    return out;
+}
+
+} // namespace quillon::model
