@@ -1,0 +1,93 @@
+#include "kdbx/Encoding.h"
+#include "model/Document.h"
+#include "model/Group.h"
+#include "model/RecycleBin.h"
+#include "model/Search.h"
+
+#include <gtest/gtest.h>
+#include <pugixml.hpp>
+
+#include <pthread.h>
+
+#include <array>
+#include <functional>
+#include <string>
+
+using namespace quillon;
+using namespace quillon::model;
+
+namespace {
+
+constexpr std::size_t depth = 100'000;
+constexpr std::size_t smallStack = 512 * 1024;
+
+std::string uuidText(std::size_t n)
+{
+    std::array<std::uint8_t, 16> b{};
+    for (std::size_t i = 0; i < 8; ++i)
+        b[i] = static_cast<std::uint8_t>(n >> (8 * i));
+    b[15] = 0x5a;
+    return kdbx::base64Encode(b);
+}
+
+// Groups nested `depth` deep under the top group, an entry every thousand levels and one at the bottom.
+std::string nestedXml()
+{
+    std::string text = "<KeePassFile><Meta/><Root><Group><UUID>" + uuidText(0) + "</UUID><Name>Top</Name>";
+    for (std::size_t i = 1; i <= depth; ++i) {
+        text += "<Group><UUID>" + uuidText(i) + "</UUID><Name>G</Name><Times/>";
+        if (i % 1000 == 0 || i == depth)
+            text += "<Entry><UUID>" + uuidText(depth + i) + "</UUID><String><Key>Title</Key><Value>" +
+                    (i == depth ? "bottom needle" : "level") + "</Value></String></Entry>";
+    }
+    for (std::size_t i = 0; i <= depth; ++i)
+        text += "</Group>";
+    return text + "</Root></KeePassFile>";
+}
+
+// Runs the work on a thread whose stack is far too small for a walk that recurses once per level.
+void onSmallStack(std::function<void()> work)
+{
+    pthread_attr_t attr;
+    ASSERT_EQ(pthread_attr_init(&attr), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attr, smallStack), 0);
+    pthread_t thread;
+    auto body = [](void* arg) -> void* {
+        (*static_cast<std::function<void()>*>(arg))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attr, body, &work), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attr);
+}
+
+TEST(DeepNesting, walksSearchAndDeletesWithoutRecursion)
+{
+    pugi::xml_document xml;
+    ASSERT_TRUE(xml.load_string(nestedXml().c_str(), pugi::parse_default | pugi::parse_ws_pcdata));
+    const Document doc(xml);
+    std::size_t found = 0, all = 0, groups = 0, records = 0;
+    bool bottomFound = false;
+    DeleteResult moved{}, emptied{};
+    onSmallStack([&] {
+        found = entriesToList(doc, std::nullopt, "needle", SearchScope::everywhere).size();
+        all = doc.topGroup()->allEntries().size();
+        groups = doc.topGroup()->allGroups().size();
+        bottomFound = doc.findEntry(uuidText(2 * depth)).has_value();
+        moved = deleteGroup(doc.topGroup()->groups().front());
+        emptied = emptyBin(doc);
+        records = 0;
+        for ([[maybe_unused]] const auto r : doc.root().child("DeletedObjects").children("DeletedObject"))
+            ++records;
+    });
+    EXPECT_EQ(found, 1u);
+    EXPECT_EQ(all, depth / 1000);
+    EXPECT_EQ(groups, depth);
+    EXPECT_TRUE(bottomFound);
+    EXPECT_EQ(moved, DeleteResult::movedToBin);
+    EXPECT_EQ(emptied, DeleteResult::deletedPermanently);
+    EXPECT_EQ(records, depth + depth / 1000);
+    EXPECT_EQ(doc.topGroup()->allGroups().size(), 1u); // only the bin is left
+}
+
+} // namespace

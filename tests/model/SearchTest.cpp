@@ -1,0 +1,165 @@
+#include "model/History.h"
+#include "model/RecycleBin.h"
+#include "model/Search.h"
+#include "tests/model/ModelFixture.h"
+
+#include <gmock/gmock.h>
+
+using namespace quillon::model;
+using namespace quillon::model::test;
+using ::testing::ElementsAreArray;
+
+namespace {
+
+std::vector<std::string> termsOf(std::string_view text)
+{
+    std::vector<std::string> out;
+    for (const auto& t : parseQuery(text, SearchScope::title).terms)
+        out.emplace_back(t.view());
+    return out;
+}
+
+TEST(SearchQuery, parsingSplitsQuotesAndLowerCases)
+{
+    const struct {
+        const char* text;
+        std::vector<std::string> terms;
+    } rows[] = {
+        {"", {}},
+        {"   \t ", {}},
+        {"one two", {"one", "two"}},
+        {"  One   TWO  ", {"one", "two"}},
+        {"\"New York\" city", {"new york", "city"}},
+        {"ab\"c d\"", {"abc d"}},     // an opening quote does not end the term before it
+        {"\"open ended", {"open ended"}},
+        {"\"\" x", {"x"}},
+        {"\"a\"\"b\"", {"a", "b"}},
+        {"ÉCOLE Straße 漢字", {"école", "straße", "漢字"}},
+        {"ÀÖ ẞ ΣΑΣ", {"àö", "ß", "σασ"}},
+    };
+    for (const auto& row : rows)
+        EXPECT_THAT(termsOf(row.text), ElementsAreArray(row.terms)) << row.text;
+    EXPECT_EQ(parseQuery("x", SearchScope::notes).scope, SearchScope::notes);
+}
+
+TEST(SearchQuery, scopesAreZeroToFive)
+{
+    EXPECT_EQ(searchScopeFromInt(0), SearchScope::everywhere);
+    EXPECT_EQ(searchScopeFromInt(5), SearchScope::password);
+    EXPECT_EQ(searchScopeFromInt(3), SearchScope::url);
+    EXPECT_EQ(searchScopeFromInt(-1), std::nullopt);
+    EXPECT_EQ(searchScopeFromInt(6), std::nullopt);
+}
+
+constexpr const char* searchXml = R"(<KeePassFile><Meta/><Root><Group><UUID>@root@</UUID><Name>Root</Name>
+<Entry><UUID>@paris@</UUID>
+  <String><Key>Title</Key><Value>Café de Paris</Value></String>
+  <String><Key>UserName</Key><Value>JEAN</Value></String>
+  <String><Key>Password</Key><Value Protected="True">hunter2</Value></String>
+  <String><Key>URL</Key><Value>https://example.fr</Value></String>
+  <String><Key>Notes</Key><Value>Große Straße 5</Value></String>
+  <String><Key>Recovery</Key><Value Protected="True">tulip-key</Value></String>
+  <String><Key>Floor</Key><Value>third</Value></String>
+  <History><Entry><UUID>@paris@</UUID><String><Key>Title</Key><Value>Ancient name</Value></String></Entry></History>
+</Entry>
+<Entry><UUID>@tokyo@</UUID>
+  <String><Key>Title</Key><Value>東京 漢字 Office</Value></String>
+  <String><Key>UserName</Key><Value>new york</Value></String>
+  <String><Key>Notes</Key><Value>york new</Value></String>
+</Entry>
+<Group><UUID>@hidden@</UUID><Name>Hidden</Name><EnableSearching>FALSE</EnableSearching>
+  <Entry><UUID>@secret@</UUID><String><Key>Title</Key><Value>Hidden office</Value></String></Entry>
+  <Group><UUID>@inherit@</UUID><Name>Inherits</Name><EnableSearching>null</EnableSearching>
+    <Entry><UUID>@deep@</UUID><String><Key>Title</Key><Value>Deep office</Value></String></Entry>
+  </Group>
+  <Group><UUID>@again@</UUID><Name>Again</Name><EnableSearching>true</EnableSearching>
+    <Entry><UUID>@visible@</UUID><String><Key>Title</Key><Value>Visible office</Value></String></Entry>
+  </Group>
+</Group>
+</Group></Root></KeePassFile>)";
+
+class SearchTest : public ModelFixture {
+protected:
+    SearchTest() : ModelFixture(searchXml) {}
+
+    std::vector<std::string> hits(std::string_view text, SearchScope scope)
+    {
+        std::vector<std::string> out;
+        for (const auto& e : entriesToList(doc(), doc().topGroup(), text, scope))
+            out.emplace_back(e.title());
+        return out;
+    }
+};
+
+TEST_F(SearchTest, hitsMatchTheTable)
+{
+    using S = SearchScope;
+    const std::string paris = "Café de Paris", tokyo = "東京 漢字 Office";
+    const struct {
+        const char* text;
+        SearchScope scope;
+        std::vector<std::string> expected;
+    } rows[] = {
+        {"café", S::everywhere, {paris}},
+        {"CAFÉ PARIS", S::everywhere, {paris}},
+        {"jean", S::everywhere, {paris}},
+        {"paris jean", S::everywhere, {paris}},
+        {"jean paris", S::username, {}},
+        {"straße", S::everywhere, {paris}},
+        {"STRASSE", S::everywhere, {}},      // lower-casing does not fold ß into ss
+        {"große", S::notes, {paris}},
+        {"große", S::title, {}},
+        {"漢字", S::everywhere, {tokyo}},
+        {"東京 office", S::title, {tokyo}},
+        {"york new", S::everywhere, {tokyo}},
+        {"\"new york\"", S::username, {tokyo}},
+        {"\"new york\"", S::notes, {}},
+        {"example.fr", S::url, {paris}},
+        {"example.fr", S::title, {}},
+        // Password text only under the password scope.
+        {"hunter2", S::everywhere, {}},
+        {"hunter2", S::password, {paris}},
+        // A protected custom field: name under everywhere, value under password only.
+        {"recovery", S::everywhere, {paris}},
+        {"tulip", S::everywhere, {}},
+        {"tulip", S::password, {paris}},
+        {"floor third", S::everywhere, {paris}},
+        {"\"floor third\"", S::everywhere, {paris}}, // a custom field's name and value join with a space
+        {"third", S::notes, {}},
+        {"ancient", S::everywhere, {}},             // only in history
+        {"office", S::everywhere, {tokyo, "Visible office"}},
+        {"deep", S::everywhere, {}},
+        {"hidden", S::everywhere, {}},
+    };
+    for (const auto& row : rows)
+        EXPECT_THAT(hits(row.text, row.scope), ElementsAreArray(row.expected))
+            << row.text << " scope " << static_cast<int>(row.scope);
+}
+
+TEST_F(SearchTest, noTermsListTheSelectedGroupOnly)
+{
+    EXPECT_THAT(hits("   ", SearchScope::everywhere), ElementsAreArray({"Café de Paris", "東京 漢字 Office"}));
+    EXPECT_TRUE(entriesToList(doc(), std::nullopt, "", SearchScope::everywhere).empty());
+    const auto hidden = doc().findGroup(uuidOf("hidden"));
+    EXPECT_EQ(entriesToList(doc(), hidden, "\"\"", SearchScope::title).size(), 1u);
+}
+
+TEST_F(SearchTest, theBinIsPassedByUnlessItIsMarkedSearchable)
+{
+    deleteEntry(entry("paris"));
+    EXPECT_TRUE(hits("café", SearchScope::everywhere).empty());
+    // A file whose bin lacks EnableSearching has it searched like any other group.
+    auto bin = findBin(doc())->element();
+    bin.remove_child("EnableSearching");
+    EXPECT_THAT(hits("café", SearchScope::everywhere), ElementsAreArray({"Café de Paris"}));
+}
+
+TEST_F(SearchTest, matchesWithoutTermsAndLowerCasing)
+{
+    EXPECT_TRUE(matches(entry("tokyo"), {}, SearchScope::password));
+    quillon::kdbx::SecureBytes out;
+    appendLowerCase("ÉÀ İ Ω\xFF", out);
+    EXPECT_EQ(out.view(), "éà i ω\xFF");
+}
+
+} // namespace
