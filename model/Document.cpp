@@ -40,6 +40,7 @@ std::optional<std::string_view> Document::metaText(const char* name) const
 
 void Document::setMetaText(const char* name, std::string_view text) const
 {
+    changed();
     auto m = meta();
     if (!m) {
         auto file = xml_->child("KeePassFile");
@@ -125,6 +126,7 @@ Entry Document::entry(pugi::xml_node element) const
 
 Entry Document::newEntry(const Group& parent, std::string_view title) const
 {
+    changed();
     auto e = parent.element().append_child("Entry");
     e.append_child("UUID").text().set(kdbx::newUuidText().c_str());
     auto times = e.append_child("Times");
@@ -140,6 +142,7 @@ Entry Document::newEntry(const Group& parent, std::string_view title) const
 
 Group Document::newGroup(const Group& parent, std::string_view name) const
 {
+    changed();
     auto g = parent.element().append_child("Group");
     g.append_child("UUID").text().set(kdbx::newUuidText().c_str());
     g.append_child("Name").text().set(name.data(), name.size());

@@ -28,6 +28,11 @@ public:
     pugi::xml_document& xml() const noexcept { return *xml_; }
     Time now() const;
 
+    // Moves on every change made through the model, so that anything cached from the tree knows when to
+    // refresh. Code that changes the tree directly calls changed() itself.
+    std::uint64_t revision() const noexcept { return revision_; }
+    void changed() const noexcept { ++revision_; }
+
     pugi::xml_node meta() const;
     pugi::xml_node root() const;
     // The text of a Meta child, absent when the element is missing.
@@ -58,6 +63,7 @@ public:
 private:
     pugi::xml_document* xml_;
     Clock clock_;
+    mutable std::uint64_t revision_ = 0;
 };
 
 } // namespace quillon::model

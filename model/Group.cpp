@@ -17,6 +17,7 @@ std::string_view Group::name() const
 
 void Group::rename(std::string_view name) const
 {
+    document_->changed();
     nodes::setChildText(element_, "Name", name);
 }
 
@@ -55,6 +56,7 @@ std::optional<Time> Group::locationChanged() const
 
 void Group::touch() const
 {
+    document_->changed();
     nodes::stampTime(element_, "LastModificationTime", document_->now());
 }
 

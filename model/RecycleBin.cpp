@@ -95,6 +95,7 @@ void removeSubtree(pugi::xml_node item)
 
 void deleteNodePermanently(const Document& document, pugi::xml_node item)
 {
+    document.changed();
     const auto root = document.root();
     if (!item.parent())
         return;
@@ -125,6 +126,7 @@ void deleteNodePermanently(const Document& document, pugi::xml_node item)
 
 bool restoreNode(const Document& document, pugi::xml_node item)
 {
+    document.changed();
     const auto top = document.topGroup();
     if (!top || nodes::isSelfOrAncestor(item, top->element()) || !item.parent())
         return false;
@@ -161,6 +163,7 @@ bool isBin(const Group& group)
 
 void moveIntoBin(pugi::xml_node item, const Group& bin)
 {
+    bin.document().changed();
     const std::string previous(nodes::childText(item.parent(), "UUID"));
     bin.element().append_move(item);
     if (!previous.empty())

@@ -1,6 +1,7 @@
 #include "model/Search.h"
 
 #include "model/Nodes.h"
+#include "model/SearchText.h"
 
 #include <array>
 #include <cstring>
@@ -63,9 +64,16 @@ void appendLowerCase(std::string_view utf8, kdbx::SecureBytes& out)
     while (left > 0) {
         const unsigned char b = *p;
         if (b < 0x80) {
-            out.push_back(b >= 'A' && b <= 'Z' ? static_cast<std::uint8_t>(b - 'A' + 'a') : b);
-            ++p;
-            --left;
+            std::size_t run = 1;
+            while (run < left && p[run] < 0x80)
+                ++run;
+            const std::size_t at = out.size();
+            out.resize(at + run);
+            std::uint8_t* d = out.data() + at;
+            for (std::size_t i = 0; i < run; ++i)
+                d[i] = (p[i] >= 'A' && p[i] <= 'Z') ? static_cast<std::uint8_t>(p[i] - 'A' + 'a') : p[i];
+            p += run;
+            left -= run;
             continue;
         }
         char32_t c = 0;
@@ -126,7 +134,7 @@ SearchQuery parseQuery(std::string_view text, SearchScope scope)
 
 namespace {
 
-// Gathers one entry's texts for a scope into a reused wiped buffer.
+// One entry's texts for a scope, joined in a reused wiped buffer.
 class Matcher {
 public:
     bool matches(pugi::xml_node entry, const std::vector<kdbx::SecureBytes>& terms, SearchScope scope)
@@ -134,7 +142,7 @@ public:
         if (terms.empty())
             return true;
         joined_.resize(0);
-        collect(entry, scope);
+        text_.append(entry, scope, joined_);
         const std::string_view haystack = joined_.view();
         for (const auto& term : terms)
             if (haystack.find(term.view()) == std::string_view::npos)
@@ -143,74 +151,8 @@ public:
     }
 
 private:
-    void add(std::string_view text)
-    {
-        if (!first_)
-            joined_.push_back(' ');
-        first_ = false;
-        appendLowerCase(text, joined_);
-    }
-
-    void collect(pugi::xml_node entry, SearchScope scope)
-    {
-        first_ = true;
-        std::array<std::string_view, 5> standard{};
-        custom_.clear();
-        for (const auto s : entry.children("String")) {
-            const std::string_view key = s.child("Key").text().get();
-            const auto valueNode = s.child("Value");
-            const std::string_view value = valueNode.text().get();
-            bool isStandard = false;
-            for (std::size_t i = 0; i < standardFieldNames.size(); ++i)
-                if (key == standardFieldNames[i]) {
-                    // The first String with a name is the field; later duplicates are not read.
-                    if (standard[i].data() == nullptr)
-                        standard[i] = value;
-                    isStandard = true;
-                    break;
-                }
-            if (!isStandard)
-                custom_.push_back({key, value, std::string_view(valueNode.attribute("Protected").value()) == trueText});
-        }
-        switch (scope) {
-        case SearchScope::everywhere:
-            add(standard[0]);
-            add(standard[1]);
-            add(standard[3]);
-            add(standard[4]);
-            for (const auto& field : custom_)
-                if (!field.isProtected) {
-                    add(field.name);
-                    joined_.push_back(' ');
-                    appendLowerCase(field.value, joined_);
-                }
-            for (const auto& field : custom_)
-                add(field.name);
-            break;
-        case SearchScope::title:
-            add(standard[0]);
-            break;
-        case SearchScope::username:
-            add(standard[1]);
-            break;
-        case SearchScope::url:
-            add(standard[3]);
-            break;
-        case SearchScope::notes:
-            add(standard[4]);
-            break;
-        case SearchScope::password:
-            add(standard[2]);
-            for (const auto& field : custom_)
-                if (field.isProtected)
-                    add(field.value);
-            break;
-        }
-    }
-
+    SearchText text_;
     kdbx::SecureBytes joined_;
-    std::vector<CustomField> custom_;
-    bool first_ = true;
 };
 
 } // namespace

@@ -1,9 +1,13 @@
 #include "model/History.h"
+#include "model/Moves.h"
 #include "model/RecycleBin.h"
 #include "model/Search.h"
+#include "model/SearchIndex.h"
 #include "tests/model/ModelFixture.h"
 
 #include <gmock/gmock.h>
+
+#include <functional>
 
 using namespace quillon::model;
 using namespace quillon::model::test;
@@ -160,6 +164,43 @@ TEST_F(SearchTest, matchesWithoutTermsAndLowerCasing)
     quillon::kdbx::SecureBytes out;
     appendLowerCase("ÉÀ İ Ω\xFF", out);
     EXPECT_EQ(out.view(), "éà i ω\xFF");
+}
+
+} // namespace
+
+namespace {
+
+// The index must list exactly what a walk of the live tree lists, before and after changes.
+TEST_F(SearchTest, indexAgreesWithTheLiveTreeAcrossChanges)
+{
+    SearchIndex index(doc());
+    const auto same = [&](std::string_view text, SearchScope scope) {
+        const auto live = entriesToList(doc(), doc().topGroup(), text, scope);
+        const auto cached = index.entriesToList(doc().topGroup(), text, scope);
+        ASSERT_EQ(live.size(), cached.size()) << text;
+        for (std::size_t i = 0; i < live.size(); ++i)
+            EXPECT_EQ(live[i].element(), cached[i].element()) << text;
+    };
+    const std::pair<const char*, SearchScope> queries[] = {
+        {"office", SearchScope::everywhere}, {"hunter2", SearchScope::password}, {"café", SearchScope::everywhere},
+        {"", SearchScope::title},            {"york", SearchScope::notes},       {"tulip", SearchScope::password},
+    };
+    const std::function<void()> changes[] = {
+        [] {},
+        [&] { entry("tokyo").setField("Title", "Café office", false); },
+        [&] { deleteEntry(entry("paris")); },
+        [&] { restore(entry("paris")); },
+        [&] { reorder(entry("tokyo"), entry("paris")); },
+        [&] { doc().newEntry(*doc().topGroup(), "new office"); },
+        [&] { entry("paris").removeField("Password"); },
+    };
+    for (const auto& change : changes) {
+        change();
+        for (const auto& [text, scope] : queries)
+            same(text, scope);
+    }
+    index.clear();
+    same("office", SearchScope::everywhere);
 }
 
 } // namespace

@@ -1,0 +1,87 @@
+// Searching the whole database from the vault window's search field.
+#include "model/Document.h"
+#include "model/History.h"
+#include "model/Search.h"
+#include "model/SearchIndex.h"
+#include "tests/support/BenchDatabase.h"
+
+#include <benchmark/benchmark.h>
+
+#include <map>
+#include <memory>
+
+namespace {
+
+using namespace quillon;
+
+pugi::xml_document& database(std::size_t entries)
+{
+    static std::map<std::size_t, std::unique_ptr<pugi::xml_document>> cache;
+    auto& slot = cache[entries];
+    if (!slot) {
+        slot = std::make_unique<pugi::xml_document>();
+        test::BenchDatabaseOptions options;
+        options.entries = entries;
+        test::loadBenchDatabase(*slot, options);
+    }
+    return *slot;
+}
+
+// "zebra" sits in one entry in a thousand, so every searchable entry is read and lower-cased.
+void searchLiveTree(benchmark::State& state)
+{
+    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    for (auto _ : state) {
+        auto hits = model::entriesToList(doc, std::nullopt, "Zebra", model::SearchScope::everywhere);
+        benchmark::DoNotOptimize(hits.data());
+    }
+}
+BENCHMARK(searchLiveTree)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMillisecond)->Repetitions(7)
+    ->DisplayAggregatesOnly(true);
+
+// What the search field does while the user types: the texts were gathered by an earlier keystroke.
+void searchAsYouType(benchmark::State& state)
+{
+    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    model::SearchIndex index(doc);
+    index.entriesToList(std::nullopt, "z", model::SearchScope::everywhere);
+    for (auto _ : state) {
+        auto hits = index.entriesToList(std::nullopt, "Zebra", model::SearchScope::everywhere);
+        benchmark::DoNotOptimize(hits.data());
+    }
+}
+BENCHMARK(searchAsYouType)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMillisecond)->Repetitions(7)
+    ->DisplayAggregatesOnly(true);
+
+void searchAsYouTypeTwoTermsInPasswords(benchmark::State& state)
+{
+    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    model::SearchIndex index(doc);
+    index.entriesToList(std::nullopt, "q", model::SearchScope::password);
+    for (auto _ : state) {
+        auto hits = index.entriesToList(std::nullopt, "q 7", model::SearchScope::password);
+        benchmark::DoNotOptimize(hits.data());
+    }
+}
+BENCHMARK(searchAsYouTypeTwoTermsInPasswords)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMillisecond)
+    ->Repetitions(7)->DisplayAggregatesOnly(true);
+
+// The first keystroke after an edit gathers the texts again.
+void searchAfterAnEdit(benchmark::State& state)
+{
+    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    model::SearchIndex index(doc);
+    const auto entry = doc.topGroup()->groups().front().entries().front();
+    std::size_t i = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        entry.setField("URL", i++ % 2 ? "https://a.example" : "https://b.example", false);
+        state.ResumeTiming();
+        auto hits = index.entriesToList(std::nullopt, "Zebra", model::SearchScope::everywhere);
+        benchmark::DoNotOptimize(hits.data());
+    }
+}
+BENCHMARK(searchAfterAnEdit)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMillisecond)->Repetitions(7)
+    ->DisplayAggregatesOnly(true);
+
+} // namespace

@@ -1,0 +1,41 @@
+// model/SearchIndex.h: search-as-you-type over a copy of the searched texts kept in one wiped buffer.
+#pragma once
+
+#include "kdbx/SecureBytes.h"
+#include "model/Document.h"
+#include "model/Search.h"
+
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace quillon::model {
+
+// Walking a large tree on every keystroke costs more than scanning contiguous text, so the texts of one
+// scope are gathered once and reused while Document::revision() stays the same. Every model operation
+// moves the revision; code that changes the tree behind the model's back must call Document::changed().
+// Gives exactly what entriesToList gives.
+class SearchIndex {
+public:
+    explicit SearchIndex(const Document& document) : document_(&document) {}
+
+    std::vector<Entry> entriesToList(const std::optional<Group>& selected, std::string_view text, SearchScope scope);
+    // Wipes the gathered texts (on lock, or when the window stops searching).
+    void clear() noexcept;
+
+private:
+    void rebuild(SearchScope scope);
+
+    struct Span {
+        pugi::xml_node entry;
+        std::size_t offset;
+        std::size_t size;
+    };
+    const Document* document_;
+    kdbx::SecureBytes text_;
+    std::vector<Span> spans_;
+    std::optional<SearchScope> scope_;
+    std::uint64_t revision_ = 0;
+};
+
+} // namespace quillon::model

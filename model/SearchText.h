@@ -1,0 +1,27 @@
+// model/SearchText.h: the lower-cased text that a search scope covers in one entry.
+#pragma once
+
+#include "kdbx/SecureBytes.h"
+#include "model/Entry.h"
+#include "model/Search.h"
+
+#include <pugixml.hpp>
+
+#include <vector>
+
+namespace quillon::model {
+
+// Reusable: keeps its scratch space between entries.
+class SearchText {
+public:
+    // Appends the scope's texts, in their fixed order, joined with single spaces and lower-cased.
+    void append(pugi::xml_node entry, SearchScope scope, kdbx::SecureBytes& out);
+
+private:
+    void add(std::string_view text, kdbx::SecureBytes& out);
+
+    std::vector<CustomField> custom_;
+    bool first_ = true;
+};
+
+} // namespace quillon::model
