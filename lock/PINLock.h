@@ -24,7 +24,8 @@ std::size_t countUserCharacters(std::string_view utf8) noexcept;
 // SHA-256 of the salt followed by the PIN's UTF-8 bytes, one pass.
 std::array<std::uint8_t, 32> pinHash(kdbx::ByteView pin, kdbx::ByteView salt);
 
-// Lives in memory only, one per window; never written anywhere. The PIN itself is not kept.
+// Lives in memory only, one per window; never written anywhere. The PIN itself is not kept. Nothing is
+// encrypted with the PIN: it only decides whether the credentials held in memory are released (PINGate).
 struct PINLock {
     std::array<std::uint8_t, 16> salt{};
     std::array<std::uint8_t, 32> hash{};

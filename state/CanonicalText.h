@@ -1,4 +1,4 @@
-// state/CanonicalText.h: the canonical path of the file layer, for paths held as Qt text.
+// state/CanonicalText.h: the file layer's canonical path, for paths held as Qt text.
 #pragma once
 
 #include <QString>
