@@ -11,30 +11,6 @@ namespace quillon::state {
 
 namespace {
 
-constexpr const char* historyElement = "HistoryMaxItems";
-
-// Missing or unparseable reads as -1, every version kept, as the model reads it.
-std::int64_t historyMaxItems(const pugi::xml_document& document)
-{
-    const auto text = document.child("KeePassFile").child("Meta").child(historyElement).text();
-    const auto parsed = parseDecimal(QString::fromUtf8(text.get()));
-    return parsed ? *parsed : -1;
-}
-
-void setHistoryMaxItems(pugi::xml_document& document, std::int64_t value)
-{
-    auto file = document.child("KeePassFile");
-    if (!file)
-        file = document.append_child("KeePassFile");
-    auto meta = file.child("Meta");
-    if (!meta)
-        meta = file.prepend_child("Meta");
-    auto element = meta.child(historyElement);
-    if (!element)
-        element = meta.append_child(historyElement);
-    element.text().set(std::to_string(value).c_str());
-}
-
 QString number(std::uint64_t value) { return QString::number(value); }
 
 } // namespace
@@ -64,7 +40,7 @@ void DatabaseSettings::writeTo(kdbx::OuterHeader& header) const
     kdf["P"] = parallelism;
 }
 
-SettingsForm SettingsForm::load(const kdbx::OuterHeader& header, const pugi::xml_document& document,
+SettingsForm SettingsForm::load(const kdbx::OuterHeader& header, const model::Document& document,
                                 const Preferences& preferences)
 {
     SettingsForm form;
@@ -78,7 +54,7 @@ SettingsForm SettingsForm::load(const kdbx::OuterHeader& header, const pugi::xml
     if (const auto* p = header.kdf.get<std::uint32_t>("P"))
         form.parallelism = number(*p);
 
-    const auto limit = historyMaxItems(document);
+    const auto limit = document.historyMaxItems();
     form.historyUnlimited = limit == -1;
     if (!form.historyUnlimited)
         form.historyField = QString::number(limit);
@@ -159,12 +135,12 @@ DatabaseSettings SettingsForm::databaseSettings() const
     return out;
 }
 
-bool SettingsForm::apply(kdbx::OuterHeader& header, pugi::xml_document& document, Preferences& preferences)
+bool SettingsForm::apply(kdbx::OuterHeader& header, const model::Document& document, Preferences& preferences)
 {
     const auto settings = databaseSettings();
     settings.writeTo(header);
     if (settings.historyMaxItems)
-        setHistoryMaxItems(document, *settings.historyMaxItems);
+        document.setHistoryMaxItems(*settings.historyMaxItems);
 
     preferences.setIdleLockMinutes(static_cast<int>(autoLockRange.valueOf(autoLock)));
     preferences.setReopenLastDatabase(reopenLast);

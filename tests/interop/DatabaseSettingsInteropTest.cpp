@@ -2,6 +2,7 @@
 // KeePassXC and pykeepass with exactly the new parameters.
 #include "kdbx/CompositeKey.h"
 #include "kdbx/KdbxFile.h"
+#include "model/Document.h"
 #include "state/Preferences.h"
 #include "state/SettingsForm.h"
 #include "tests/support/PeerDatabases.h"
@@ -64,7 +65,8 @@ TEST(DatabaseSettingsInterop, savedChangesOpenInKeepassxcWithTheNewParameters)
     };
     for (const auto& change : changes) {
         auto file = kdbx::KdbxFile::open(test::readFile(path), credentials);
-        auto form = SettingsForm::load(file->header, file->document, preferences);
+        const model::Document document(file->document);
+        auto form = SettingsForm::load(file->header, document, preferences);
         form.cipher = change.cipher;
         form.kdf = change.kdf;
         form.memory = QString::fromUtf8(change.memory);
@@ -73,7 +75,7 @@ TEST(DatabaseSettingsInterop, savedChangesOpenInKeepassxcWithTheNewParameters)
         form.historyToggled(change.history == nullptr);
         if (change.history)
             form.historyField = QString::fromUtf8(change.history);
-        ASSERT_TRUE(form.apply(file->header, file->document, preferences));
+        ASSERT_TRUE(form.apply(file->header, document, preferences));
         test::writeFile(path, file->save(credentials));
 
         const auto info = test::keepassxcOn("db-info", path, spec.credentials);

@@ -1,4 +1,5 @@
 #include "kdbx/Identifiers.h"
+#include "model/Document.h"
 #include "state/Preferences.h"
 #include "state/SettingsForm.h"
 #include "tests/support/TempDir.h"
@@ -52,7 +53,8 @@ TEST(SettingsForm, loadsWhatTheDatabaseAndPreferencesHold)
 {
     Store store;
     auto document = documentWithHistory("25");
-    auto form = SettingsForm::load(openedHeader(), document, store.prefs);
+    const model::Document model(document);
+    auto form = SettingsForm::load(openedHeader(), model, store.prefs);
     EXPECT_EQ(form.cipher, SettingsForm::chaCha20);
     EXPECT_EQ(form.kdf, SettingsForm::argon2d);
     EXPECT_EQ(form.memory, u"32"); // whole MiB, the odd bytes dropped
@@ -71,7 +73,8 @@ TEST(SettingsForm, loadsWhatTheDatabaseAndPreferencesHold)
     plain.kdf.entries = {{"$UUID", id(kdbx::kdfArgon2id)}, {"M", std::uint64_t{64} << 20}};
     store.prefs.setIdleLockMinutes(0);
     store.prefs.setReopenLastDatabase(false);
-    form = SettingsForm::load(plain, documentWithHistory(nullptr), store.prefs);
+    auto everyVersion = documentWithHistory(nullptr);
+    form = SettingsForm::load(plain, model::Document(everyVersion), store.prefs);
     EXPECT_EQ(form.cipher, SettingsForm::aes256);
     EXPECT_EQ(form.kdf, SettingsForm::argon2id);
     EXPECT_TRUE(form.historyUnlimited);
@@ -133,9 +136,10 @@ TEST(SettingsForm, eachFieldFallsBackOrClamps)
         Store store;
         auto header = openedHeader();
         auto document = documentWithHistory("25");
-        auto form = SettingsForm::load(header, document, store.prefs);
+        const model::Document model(document);
+        auto form = SettingsForm::load(header, model, store.prefs);
         form.*row.field = QString::fromUtf16(row.text);
-        ASSERT_TRUE(form.apply(header, document, store.prefs));
+        ASSERT_TRUE(form.apply(header, model, store.prefs));
         const std::string where = std::string(row.name) + " \"" + QString::fromUtf16(row.text).toStdString() + '"';
         const std::string field = row.name;
         if (field == "memory")
@@ -156,13 +160,14 @@ TEST(SettingsForm, applyWritesTheHeaderKeepsOtherParametersAndUnlimitedHistory)
     Store store;
     auto header = openedHeader();
     auto document = documentWithHistory("25");
-    auto form = SettingsForm::load(header, document, store.prefs);
+    const model::Document model(document);
+    auto form = SettingsForm::load(header, model, store.prefs);
     form.cipher = SettingsForm::aes256;
     form.kdf = SettingsForm::argon2id;
     form.memory = QStringLiteral("128");
     form.historyToggled(true);
     form.reopenLast = false;
-    ASSERT_TRUE(form.apply(header, document, store.prefs));
+    ASSERT_TRUE(form.apply(header, model, store.prefs));
 
     EXPECT_EQ(header.cipher, id(kdbx::cipherAes256));
     EXPECT_EQ(*header.kdf.get<std::vector<std::uint8_t>>("$UUID"), id(kdbx::kdfArgon2id));
@@ -181,7 +186,7 @@ TEST(SettingsForm, applyWritesTheHeaderKeepsOtherParametersAndUnlimitedHistory)
     form.kdf = SettingsForm::argon2d;
     form.historyToggled(false);
     form.historyField = QStringLiteral("5");
-    ASSERT_TRUE(form.apply(header, bare, store.prefs));
+    ASSERT_TRUE(form.apply(header, model::Document(bare), store.prefs));
     EXPECT_EQ(header.cipher, id(kdbx::cipherChaCha20));
     EXPECT_EQ(*header.kdf.get<std::vector<std::uint8_t>>("$UUID"), id(kdbx::kdfArgon2d));
     EXPECT_EQ(historyText(bare), "5");
@@ -201,7 +206,8 @@ TEST(SettingsForm, duressChangesWaitForApply)
     Store store;
     auto header = openedHeader();
     auto document = documentWithHistory("25");
-    auto form = SettingsForm::load(header, document, store.prefs);
+    const model::Document model(document);
+    auto form = SettingsForm::load(header, model, store.prefs);
     const auto secret = [](const char* text) { return kdbx::SecureBytes::fromText(text); };
 
     EXPECT_EQ(form.chooseDuress(secret("decoy one"), secret("decoy two")),
@@ -210,16 +216,16 @@ TEST(SettingsForm, duressChangesWaitForApply)
     ASSERT_FALSE(form.chooseDuress(secret("decoy"), secret("decoy")));
     EXPECT_EQ(form.duressStatus(), u"Set on Apply");
     EXPECT_FALSE(store.prefs.hasDuressPassword());
-    ASSERT_TRUE(form.apply(header, document, store.prefs));
+    ASSERT_TRUE(form.apply(header, model, store.prefs));
     EXPECT_EQ(form.duressStatus(), u"Set");
     EXPECT_TRUE(store.prefs.isDuressPassword(secret("decoy").span()));
 
-    form = SettingsForm::load(header, document, store.prefs);
+    form = SettingsForm::load(header, model, store.prefs);
     EXPECT_EQ(form.duressStatus(), u"Set");
     form.removeDuress();
     EXPECT_EQ(form.duressStatus(), u"Removed on Apply");
     EXPECT_TRUE(store.prefs.hasDuressPassword());
-    ASSERT_TRUE(form.apply(header, document, store.prefs));
+    ASSERT_TRUE(form.apply(header, model, store.prefs));
     EXPECT_EQ(form.duressStatus(), u"Not set");
     EXPECT_FALSE(store.prefs.hasDuressPassword());
     EXPECT_FALSE(store.prefs.isDuressPassword(secret("decoy").span()));
