@@ -1,0 +1,264 @@
+// quillon-cli as scripts call it: usage errors, credentials from standard input, header and counts, export,
+// generators.
+#include "app/cli/Cli.h"
+#include "kdbx/KdbxFile.h"
+#include "kdbx/KeyFile.h"
+#include "tests/support/CliRunner.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TestDb.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+#include <sstream>
+#include <unistd.h>
+
+using namespace quillon;
+using namespace quillon::test;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+struct InProcess {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+// Drives the library directly, for what a child process cannot easily fake (a terminal on standard output).
+InProcess runInProcess(const std::vector<std::string>& args, const std::string& input, bool outIsTerminal)
+{
+    int fds[2];
+    EXPECT_EQ(::pipe(fds), 0);
+    EXPECT_EQ(::write(fds[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
+    ::close(fds[1]);
+    std::ostringstream out, err;
+    cli::Io io(out, err);
+    io.in = fds[0];
+    io.outIsTerminal = outIsTerminal;
+    io.promptTerminal = [](std::string_view) { return std::nullopt; };
+    InProcess result;
+    result.status = cli::run(args, io);
+    ::close(fds[0]);
+    result.out = out.str();
+    result.err = err.str();
+    return result;
+}
+
+std::string writeDb(const TempDir& dir, std::string_view name, const kdbx::Credentials& credentials,
+                    const TestDbOptions& options = {})
+{
+    const auto path = dir / name;
+    writeFile(path, tinyFile(credentials, options));
+    return path.string();
+}
+
+TEST(Cli, usageMistakesExitTwoAndPointAtHelp)
+{
+    EXPECT_EQ(runCli({}).exitCode, 2);
+    const auto unknown = runCli({"frobnicate"});
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_THAT(unknown.err, HasSubstr("unknown command frobnicate"));
+
+    const auto badOption = runCli({"stats", "--pasword-stdin", "x.kdbx"});
+    EXPECT_EQ(badOption.exitCode, 2);
+    EXPECT_EQ(badOption.err, "quillon-cli stats: unknown option --pasword-stdin.\nTry 'quillon-cli stats --help'.\n");
+    EXPECT_EQ(runCli({"stats"}).exitCode, 2);
+    EXPECT_EQ(runCli({"info", "a.kdbx", "b.kdbx"}).exitCode, 2);
+    EXPECT_EQ(runCli({"stats", "--key-file"}).exitCode, 2);
+    EXPECT_EQ(runCli({"generate", "--length", "ten"}).exitCode, 2);
+    EXPECT_EQ(runCli({"info", "--json=yes", "a.kdbx"}).exitCode, 2);
+    // A key-file-only database needs its key file named.
+    EXPECT_EQ(runCli({"stats", "--no-password", "a.kdbx"}).exitCode, 2);
+}
+
+TEST(Cli, everyCommandHasItsOwnHelp)
+{
+    const auto overview = runCli({"--help"});
+    ASSERT_EQ(overview.exitCode, 0);
+    std::istringstream lines(overview.out);
+    std::string line;
+    bool inCommands = false;
+    std::set<std::string> names;
+    while (std::getline(lines, line)) {
+        if (line == "commands:") {
+            inCommands = true;
+            continue;
+        }
+        if (inCommands && line.empty())
+            break;
+        if (inCommands)
+            names.insert(line.substr(2, line.find(' ', 2) - 2));
+    }
+    for (const char* expected : {"info", "stats", "export", "generate", "diceware"})
+        EXPECT_TRUE(names.contains(expected)) << expected;
+    for (const auto& name : names) {
+        const auto help = runCli({name, "--help"});
+        EXPECT_EQ(help.exitCode, 0) << name;
+        EXPECT_THAT(help.out, StartsWith("usage: quillon-cli " + name)) << name;
+        EXPECT_EQ(runCli({"help", name}).out, help.out) << name;
+    }
+}
+
+TEST(Cli, passwordFromStandardInputIsOneLineAndEmptyIsNotAbsent)
+{
+    TempDir dir;
+    const auto keyFile = dir / "key.keyx";
+    const auto key = kdbx::generateKeyFile();
+    writeFile(keyFile, key.span());
+
+    const auto withPassword = writeDb(dir, "pw.kdbx", passwordOnly("s3cret"));
+    auto ok = runCli({"stats", "--password-stdin", withPassword}, "s3cret\nleft for later\n");
+    EXPECT_EQ(ok.exitCode, 0) << ok.err;
+    EXPECT_EQ(runCli({"stats", "--password-stdin", withPassword}, "s3cret\r\n").exitCode, 0);
+    EXPECT_EQ(runCli({"stats", "--password-stdin", withPassword}, "s3cret").exitCode, 0);
+    const auto wrong = runCli({"stats", "--password-stdin", withPassword}, "s3cret \n");
+    EXPECT_EQ(wrong.exitCode, 1);
+    EXPECT_EQ(wrong.err, "Wrong password or key file.\n");
+    EXPECT_EQ(wrong.out, "");
+
+    // An empty line is the empty password, which is a key of its own.
+    const auto emptyPassword = writeDb(dir, "empty.kdbx", passwordOnly(""));
+    EXPECT_EQ(runCli({"stats", "--password-stdin", emptyPassword}, "\n").exitCode, 0);
+    EXPECT_EQ(runCli({"stats", "--password-stdin", emptyPassword}, "").exitCode, 0);
+
+    kdbx::Credentials keyOnly;
+    keyOnly.keyFile = key.copy();
+    const auto keyOnlyDb = writeDb(dir, "key.kdbx", keyOnly);
+    EXPECT_EQ(runCli({"stats", "-k", keyFile.string(), "--no-password", keyOnlyDb}).exitCode, 0);
+    EXPECT_EQ(runCli({"stats", "-k", keyFile.string(), "--password-stdin", keyOnlyDb}, "\n").err,
+              "Wrong password or key file.\n");
+
+    kdbx::Credentials emptyAndKey;
+    emptyAndKey.password = kdbx::SecureBytes();
+    emptyAndKey.keyFile = key.copy();
+    const auto bothDb = writeDb(dir, "both.kdbx", emptyAndKey);
+    EXPECT_EQ(runCli({"stats", "--key-file", keyFile.string(), "--password-stdin", bothDb}, "\n").exitCode, 0);
+    EXPECT_EQ(runCli({"stats", "--key-file", keyFile.string(), "--no-password", bothDb}).exitCode, 1);
+
+    // Without --password-stdin the password comes from the terminal only, never from a pipe.
+    const auto noTerminal = runCli({"stats", withPassword}, "s3cret\n");
+    EXPECT_EQ(noTerminal.exitCode, 1);
+    EXPECT_EQ(noTerminal.err, "No terminal to read a password from.\n");
+
+    const auto missing = runCli({"stats", "--password-stdin", (dir / "nope.kdbx").string()}, "x\n");
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_THAT(missing.err, HasSubstr("nope.kdbx"));
+}
+
+TEST(Cli, infoReadsTheOuterHeaderWithoutCredentials)
+{
+    TempDir dir;
+    const auto aes = writeDb(dir, "aes.kdbx", passwordOnly("pw"));
+    const auto chacha = writeDb(dir, "chacha.kdbx", passwordOnly("pw"),
+                                {kdbx::cipherChaCha20, kdbx::kdfArgon2d, false});
+    const auto size = std::filesystem::file_size(chacha);
+
+    const auto json = runCli({"info", "--json", chacha});
+    ASSERT_EQ(json.exitCode, 0) << json.err;
+    EXPECT_EQ(json.out, "{\"formatVersion\":\"4.0\",\"cipher\":\"ChaCha20\",\"kdf\":\"Argon2d\",\"kdfMemoryBytes\":65536,"
+                        "\"kdfIterations\":1,\"kdfParallelism\":1,\"kdfVersion\":19,\"compression\":\"none\","
+                        "\"fileSize\":" +
+                            std::to_string(size) + ",\"headerIntact\":true}\n");
+    const auto text = runCli({"info", aes});
+    EXPECT_THAT(text.out, HasSubstr("cipher: AES-256\nkey derivation: Argon2id\n  memory: 64 KiB\n"));
+    EXPECT_THAT(text.out, HasSubstr("compression: gzip\n"));
+
+    // A damaged header is reported, not refused: info is how one finds out.
+    auto bytes = readFile(aes);
+    bytes[40] ^= 1;
+    writeFile(dir / "damaged.kdbx", bytes);
+    EXPECT_THAT(runCli({"info", (dir / "damaged.kdbx").string()}).out, HasSubstr("header: damaged"));
+
+    writeFile(dir / "text.kdbx", std::string_view("not a database at all"));
+    const auto notKdbx = runCli({"info", (dir / "text.kdbx").string()});
+    EXPECT_EQ(notKdbx.exitCode, 1);
+    EXPECT_EQ(notKdbx.err, "Not a KDBX file.\n");
+    writeFile(dir / "cut.kdbx", std::span(bytes).first(20));
+    const auto truncated = runCli({"info", (dir / "cut.kdbx").string()});
+    EXPECT_EQ(truncated.exitCode, 1);
+    EXPECT_EQ(truncated.err, "Malformed header: unexpected end of data.\n");
+}
+
+TEST(Cli, statsCountsEntriesHistoryGroupsAndAttachments)
+{
+    TempDir dir;
+    auto file = tinyDatabase();
+    setDocument(*file, R"(<?xml version="1.0" encoding="utf-8" standalone="yes"?>
+<KeePassFile><Meta><Generator>t</Generator></Meta><Root><Group><UUID>AAAAAAAAAAAAAAAAAAAAAQ==</UUID><Name>Root</Name>
+<Entry><UUID>AAAAAAAAAAAAAAAAAAAAAg==</UUID><String><Key>Password</Key><Value Protected="True">a</Value></String>
+<Binary><Key>a.txt</Key><Value Ref="0"/></Binary>
+<History><Entry><UUID>AAAAAAAAAAAAAAAAAAAAAg==</UUID><String><Key>Password</Key><Value Protected="True">b</Value></String></Entry>
+<Entry><UUID>AAAAAAAAAAAAAAAAAAAAAg==</UUID></Entry></History></Entry>
+<Group><UUID>AAAAAAAAAAAAAAAAAAAAAw==</UUID><Name>Sub</Name><Group><UUID>AAAAAAAAAAAAAAAAAAAABA==</UUID><Name>Deeper</Name>
+<Entry><UUID>AAAAAAAAAAAAAAAAAAAABQ==</UUID><String><Key>Notes</Key><Value Protected="True"></Value></String></Entry>
+</Group></Group></Group></Root></KeePassFile>)");
+    file->inner.binaries.push_back({0, kdbx::SecureBytes::fromText("hello")});
+    file->inner.binaries.push_back({1, kdbx::SecureBytes::fromText("attachment")});
+    writeFile(dir / "db.kdbx", file->save(passwordOnly("pw")));
+
+    const auto json = runCli({"stats", "--json", "--password-stdin", (dir / "db.kdbx").string()}, "pw\n");
+    ASSERT_EQ(json.exitCode, 0) << json.err;
+    EXPECT_EQ(json.out, "{\"entries\":4,\"protectedValues\":3,\"binaries\":2,\"groups\":3,\"historyVersions\":2,"
+                        "\"attachmentBytes\":15}\n");
+    const auto text = runCli({"stats", "--password-stdin", (dir / "db.kdbx").string()}, "pw\n");
+    EXPECT_EQ(text.out, "entries: 4, protected values: 3, binaries: 2\ngroups: 3\nhistory versions: 2\n"
+                        "attachment bytes: 15\n");
+}
+
+TEST(Cli, exportWritesTheDecryptedXmlButNotOnATerminal)
+{
+    TempDir dir;
+    const auto db = writeDb(dir, "db.kdbx", passwordOnly("pw"));
+    const auto refused = runInProcess({"export", "--password-stdin", db}, "pw\n", true);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_THAT(refused.err, HasSubstr("not printed on a terminal"));
+
+    const auto forced = runInProcess({"export", "--force", "--format", "xml", "--password-stdin", db}, "pw\n", true);
+    EXPECT_EQ(forced.status, 0) << forced.err;
+    const auto piped = runCli({"export", "--password-stdin", db}, "pw\n");
+    ASSERT_EQ(piped.exitCode, 0) << piped.err;
+    EXPECT_EQ(piped.out, forced.out);
+    pugi::xml_document xml;
+    ASSERT_TRUE(xml.load_string(piped.out.c_str()));
+    EXPECT_STREQ(xml.select_node("//Value[@Protected='True']").node().child_value(), "s3cret");
+
+    EXPECT_EQ(runCli({"export", "--format", "csv", "--password-stdin", db}, "pw\n").exitCode, 2);
+}
+
+TEST(Cli, generatorsKeepThePanelsRangesAndAlphabets)
+{
+    const std::string all = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789!@#$%^&*()-_=+[]{};:,.<>?";
+    const auto standard = runCli({"generate", "--strength"});
+    ASSERT_EQ(standard.exitCode, 0);
+    ASSERT_EQ(standard.out.size(), 21u);
+    EXPECT_EQ(standard.out.find_first_not_of(all), 20u);
+    EXPECT_EQ(standard.err, "20 characters \u00b7 129 bits\n");
+    EXPECT_EQ(runCli({"generate", "-L", "3"}).out.size(), 5u);
+    EXPECT_EQ(runCli({"generate", "--length=5000"}).out.size(), 1025u);
+    const auto digits = runCli({"generate", "-n", "-L", "64"}).out;
+    EXPECT_EQ(digits.find_first_not_of("0123456789"), 64u);
+    const auto letters = runCli({"generate", "--lower", "--upper", "--strength"});
+    EXPECT_EQ(letters.out.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"), 20u);
+    EXPECT_EQ(letters.err, "20 characters \u00b7 114 bits\n");
+
+    const auto phrase = runCli({"diceware", "--strength"});
+    ASSERT_EQ(phrase.exitCode, 0) << phrase.err;
+    EXPECT_EQ(std::count(phrase.out.begin(), phrase.out.end(), ' '), 4);
+    EXPECT_EQ(phrase.err, "5 words \u00b7 65 bits\n");
+    const auto joined = runCli({"diceware", "-W", "1", "--separator", "+"}).out;
+    EXPECT_EQ(std::count(joined.begin(), joined.end(), '+'), 2);
+
+    TempDir dir;
+    writeFile(dir / "words.txt", std::string_view("11111\tone\n11112\ttwo\n\n"));
+    const auto custom = runCli({"diceware", "--word-list", (dir / "words.txt").string(), "-W", "10"}).out;
+    EXPECT_EQ(custom.find_first_not_of("onetw \n"), std::string::npos);
+    const auto missing = runCli({"diceware", "--word-list", (dir / "none.txt").string()});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_EQ(missing.err, "Word list missing: passphrases are unavailable.\n");
+}
+
+} // namespace
