@@ -13,6 +13,8 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstring>
+#include <optional>
 #include <string>
 
 using namespace quillon;
@@ -132,6 +134,71 @@ TEST(DatabaseFile, anotherProgramsChangeIsKeptUntilTheUserChoosesToOverwrite)
     DatabaseFile fresh(path, test::tinyDatabase(), std::nullopt);
     EXPECT_THROW(fresh.save(credentials, {}), ChangedOnDisk);
     EXPECT_EQ(readFile(path), before);
+}
+
+// Every file call of a save with its backup, made to fail once: the save fails with the step and the file named
+// and leaves the file as it was and no temporary file, or it saves (a failed backup only reports itself).
+TEST(DatabaseFile, anyFailingCallOfASaveLosesNothing)
+{
+    TempDir dir;
+    const auto path = dir / "db.kdbx";
+    const auto credentials = passwordOnly("pw");
+    const auto original = test::tinyFile(credentials);
+    const Backups backups(dir / "Backups");
+    const auto save = [&] {
+        writeFile(path, original);
+        auto db = DatabaseFile::open(path, credentials);
+        db.file().document.select_node(title).node().text().set("Saved");
+        return db;
+    };
+    std::size_t callsOfASave = 0;
+    {
+        auto db = save();
+        test::Interception count;
+        ASSERT_EQ(db.save(credentials, {&backups, true}), PreSaveBackup::Outcome::made);
+        callsOfASave = count.calls().size();
+    }
+    for (const int error : {ENOSPC, EIO, EACCES}) {
+        int savedWithoutBackup = 0, refused = 0;
+        for (int n = 1; n <= static_cast<int>(callsOfASave); ++n) {
+            SCOPED_TRACE("call " + std::to_string(n) + ": " + std::strerror(error));
+            auto db = save();
+            const auto stamp = db.stamp();
+            posix::Call failed{};
+            std::optional<PreSaveBackup::Outcome> outcome;
+            try {
+                test::Interception fault([&](int index, posix::Call call) {
+                    if (index != n)
+                        return 0;
+                    failed = call;
+                    return error;
+                });
+                outcome = db.save(credentials, {&backups, true});
+            } catch (const std::system_error& e) {
+                ++refused;
+                EXPECT_EQ(e.code().value(), error);
+                EXPECT_THAT(e.what(), testing::StartsWith("Could not "));
+                EXPECT_THAT(e.what(), testing::HasSubstr("db.kdbx"));
+                EXPECT_THAT(e.what(), testing::EndsWith(std::strerror(error)));
+            }
+            savedWithoutBackup += outcome == PreSaveBackup::Outcome::failed;
+            SCOPED_TRACE(std::string("failed call: ") + std::string(posix::callName(failed)));
+            if (outcome) {
+                EXPECT_EQ(text(DatabaseFile::open(path, credentials), title), "Saved");
+                EXPECT_EQ(db.stamp(), DiskStamp::ofFile(path));
+            } else {
+                EXPECT_EQ(readFile(path), original);
+                EXPECT_EQ(db.stamp(), stamp);
+            }
+            // The removal of the replaced file is the one call whose failure leaves a file behind: the old version.
+            if (failed == posix::Call::unlink)
+                for (const auto& name : leftovers(dir.path()))
+                    fs::remove(dir / name);
+            EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
+        }
+        EXPECT_GT(savedWithoutBackup, 5) << "a failed backup never stops the save";
+        EXPECT_GT(refused, 10);
+    }
 }
 
 TEST(DatabaseFile, readingFailuresNameTheFile)

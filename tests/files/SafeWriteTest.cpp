@@ -326,6 +326,7 @@ TEST(SafeWrite, anyFailingCallLeavesTheTargetWholeAndNoTemporaryFile)
                 } catch (const std::system_error& e) {
                     ++failures;
                     EXPECT_EQ(e.code().value(), error);
+                    EXPECT_THAT(e.what(), testing::StartsWith("Could not "));
                     EXPECT_THAT(e.what(), testing::HasSubstr("db.kdbx"));
                     EXPECT_THAT(e.what(), testing::HasSubstr(std::strerror(error)));
                 }
