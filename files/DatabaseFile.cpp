@@ -26,7 +26,8 @@ std::system_error readFailure(const std::filesystem::path& location, int error)
 
 DiskBytes readDiskBytes(const std::filesystem::path& location)
 {
-    const int fd = posix::open(location, O_RDONLY | O_CLOEXEC);
+    // Non-blocking so that a named pipe cannot hang the open; it is refused below like any other special file.
+    const int fd = posix::open(location, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0)
         throw readFailure(location, errno);
     struct Closer {
@@ -36,8 +37,8 @@ DiskBytes readDiskBytes(const std::filesystem::path& location)
     struct ::stat info {};
     if (posix::fstat(fd, info) != 0)
         throw readFailure(location, errno);
-    if (S_ISDIR(info.st_mode))
-        throw readFailure(location, EISDIR);
+    if (!S_ISREG(info.st_mode))
+        throw readFailure(location, S_ISDIR(info.st_mode) ? EISDIR : EINVAL);
 
     DiskBytes read;
     // The size is only a hint: read to the end, whatever another program did to the length meanwhile.

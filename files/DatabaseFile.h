@@ -22,10 +22,12 @@ struct DiskBytes {
     DiskStamp stamp;
 };
 
-// Throws std::system_error naming the file ("Could not read db.kdbx: No such file or directory").
+// Throws std::system_error naming the file ("Could not read db.kdbx: No such file or directory"); a folder or a
+// special file is refused, not read.
 DiskBytes readDiskBytes(const std::filesystem::path& location);
 
-// Where backups go and whether the user wants them (the preference is read by the caller).
+// Where backups go and whether the user wants them (the preference is read by the caller). A database's backups
+// are filed under its canonical path, whatever route reached it: backupFolder(canonicalPath(location)).
 struct BackupSetting {
     const Backups* backups = nullptr; // none: no backups at all
     bool backUpBeforeSaving = true;

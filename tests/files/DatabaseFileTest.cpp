@@ -211,6 +211,10 @@ TEST(DatabaseFile, readingFailuresNameTheFile)
         EXPECT_EQ(e.code().value(), ENOENT);
         EXPECT_THAT(e.what(), testing::StartsWith("Could not read missing.kdbx: "));
     }
+    ASSERT_EQ(::mkfifo((dir / "pipe.kdbx").c_str(), 0600), 0);
+    EXPECT_THROW(readDiskBytes(dir / "pipe.kdbx"), std::system_error) << "refused, without waiting for a writer";
+    EXPECT_THROW(readDiskBytes(dir.path()), std::system_error);
+
     const auto path = dir / "db.kdbx";
     writeFile(path, test::tinyFile(passwordOnly("pw")));
     bool failed = false;
