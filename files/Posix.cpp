@@ -50,6 +50,7 @@ std::string_view callName(Call call) noexcept
     case Call::fsync: return "fsync";
     case Call::fchmod: return "fchmod";
     case Call::fstat: return "fstat";
+    case Call::access: return "access";
     case Call::stat: return "stat";
     case Call::lstat: return "lstat";
     case Call::realpath: return "realpath";
@@ -103,6 +104,11 @@ int fsync(int fd) { return allowed(Call::fsync) ? ::fsync(fd) : -1; }
 int fchmod(int fd, mode_t mode) { return allowed(Call::fchmod) ? ::fchmod(fd, mode) : -1; }
 
 int fstat(int fd, struct ::stat& out) { return allowed(Call::fstat) ? ::fstat(fd, &out) : -1; }
+
+int access(const std::filesystem::path& path, int mode)
+{
+    return allowed(Call::access) ? ::faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) : -1;
+}
 
 int stat(const std::filesystem::path& path, struct ::stat& out)
 {

@@ -24,6 +24,7 @@ enum class Call : std::uint8_t {
     fsync,
     fchmod,
     fstat,
+    access,
     stat,
     lstat,
     realpath,
@@ -52,6 +53,8 @@ ssize_t write(int fd, const void* buffer, std::size_t size);
 int fsync(int fd);
 int fchmod(int fd, mode_t mode);
 int fstat(int fd, struct ::stat& out);
+// faccessat(2) with the effective user and group, as the kernel checks a write.
+int access(const std::filesystem::path& path, int mode);
 int stat(const std::filesystem::path& path, struct ::stat& out);
 int lstat(const std::filesystem::path& path, struct ::stat& out);
 // renameat2(2) flags: 0, RENAME_NOREPLACE or RENAME_EXCHANGE.

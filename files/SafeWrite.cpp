@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -134,6 +135,15 @@ void syncFolder(const fs::path& folder)
     posix::close(fd);
 }
 
+// The kernel's own answer for the user running this: another user's file, or a read-only file system.
+void requireWritable(const fs::path& path, std::string_view readOnly, std::string_view unknown, const fs::path& target)
+{
+    if (posix::access(path, W_OK) == 0)
+        return;
+    const int error = errno;
+    throw failure(error == EACCES || error == EPERM || error == EROFS ? readOnly : unknown, target, error);
+}
+
 bool unsupportedFlags(int error) { return error == EINVAL || error == ENOSYS || error == ENOTSUP; }
 
 // Moves the temporary file into place if, at that instant, the target still is what the caller expects.
@@ -197,9 +207,10 @@ DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const s
         if (!S_ISREG(info.st_mode))
             throw failure("Could not save", target, S_ISDIR(info.st_mode) ? EISDIR : EINVAL);
         // rename(2) needs no write permission on the file itself, and root needs none anywhere: a read-only
-        // file would be replaced without this.
+        // file would be replaced without this. The mode bit stops root; the access check stops the rest.
         if ((info.st_mode & S_IWUSR) == 0)
             throw failure("Could not save the read-only file", target, EACCES);
+        requireWritable(resolved, "Could not save the read-only file", "Could not check the permissions of", target);
         mode = info.st_mode & 0777;
     } else if (errno != ENOENT) {
         throw failure("Could not read", target);
@@ -210,6 +221,8 @@ DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const s
         throw failure("Could not find the folder of", target);
     if ((folderInfo.st_mode & S_IWUSR) == 0)
         throw failure("Could not save in the read-only folder of", target, EACCES);
+    requireWritable(folder, "Could not save in the read-only folder of",
+                    "Could not check the permissions of the folder of", target);
 
     const fs::path temporaryPath = temporaryBeside(resolved);
     const int fd = posix::open(temporaryPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -234,12 +247,14 @@ DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const s
         }
     }
 
-    if (currentStamp(resolved, target) != expected)
-        throw ChangedOnDisk(target.filename().string());
     if (posix::fchmod(file.fd(), mode) != 0)
         throw failure("Could not set the permissions of the temporary file", file.path());
     if (file.close() != 0)
         throw failure("Could not write the temporary file", file.path());
+    // Nothing but the rename between this comparison and the replacement, so that the window in which another
+    // app's change could slip through is as short as the file system allows.
+    if (currentStamp(resolved, target) != expected)
+        throw ChangedOnDisk(target.filename().string());
     replace(file, resolved, target, expected);
     syncFolder(folder);
     return DiskStamp::of(bytes);

@@ -25,7 +25,8 @@ public:
     //
     // Throws ChangedOnDisk when the file changed, appeared or vanished; the check's own error when it refuses
     // the written bytes; std::system_error naming the file and the failed step otherwise, including for a
-    // target or folder without its owner's write bit (refused even for root, whom the kernel would let through).
+    // target or folder that is read-only: without its owner's write bit (refused even for root, whom the kernel
+    // would let through), not writable by this user, or on a read-only file system.
     // After any failure the target is as it was and no temporary file is left.
     static DiskStamp write(kdbx::ByteView bytes, const std::filesystem::path& target,
                            const std::optional<DiskStamp>& expected, const Check& check = {},

@@ -8,8 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -280,6 +282,70 @@ TEST(SafeWrite, readOnlyFilesAndFoldersAreRefusedWithNothingWritten)
     EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
 }
 
+// Runs body in a child process as the user nobody; its exit status, or -1 when it did not exit.
+int asNobody(const std::function<int()>& body)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
+            ::_exit(100);
+        ::_exit(body());
+    }
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return -1;
+    return WEXITSTATUS(status);
+}
+
+// 0 when the save was refused with error and a message containing words; 1 for another error, 2 when it saved.
+int refusal(const fs::path& target, int error, const std::string& words)
+{
+    try {
+        SafeWrite::write(content(), target, DiskStamp::ofFile(target));
+        return 2;
+    } catch (const std::system_error& e) {
+        return e.code().value() == error && std::string(e.what()).find(words) != std::string::npos ? 0 : 1;
+    }
+}
+
+// What the kernel refuses this user: another user's file or folder, and a read-only file system.
+TEST(SafeWrite, filesThisUserMayNotWriteAreRefusedWithNothingWritten)
+{
+    QUILLON_REQUIRE_ROOT("acting as another user and remounting");
+    TempDir dir;
+    ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);
+    const auto open = dir / "open", closed = dir / "closed";
+    fs::create_directory(open);
+    fs::create_directory(closed);
+    ASSERT_EQ(::chmod(open.c_str(), 0777), 0); // nobody could rename over root's file here
+    const Bytes roots = content();
+    writeFile(open / "root.kdbx", roots);
+    ASSERT_EQ(::chmod((open / "root.kdbx").c_str(), 0644), 0);
+    writeFile(open / "mine.kdbx", content());
+    ASSERT_EQ(::chown((open / "mine.kdbx").c_str(), 65534, 65534), 0);
+
+    EXPECT_EQ(asNobody([&] { return refusal(open / "mine.kdbx", 0, ""); }), 2) << "nobody saves its own file";
+    EXPECT_EQ(asNobody([&] { return refusal(open / "root.kdbx", EACCES, "read-only file root.kdbx"); }), 0);
+    EXPECT_EQ(asNobody([&] { return refusal(closed / "new.kdbx", EACCES, "read-only folder of new.kdbx"); }), 0);
+    EXPECT_EQ(readFile(open / "root.kdbx"), roots);
+    EXPECT_FALSE(test::exists(closed / "new.kdbx"));
+    EXPECT_THAT(leftovers(open), testing::IsEmpty());
+
+    const auto disk = dir / "disk";
+    fs::create_directory(disk);
+    ASSERT_EQ(::mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=1m"), 0) << std::strerror(errno);
+    struct Unmount {
+        fs::path at;
+        ~Unmount() { ::umount2(at.c_str(), MNT_DETACH); }
+    } unmount{disk};
+    const Bytes original = content();
+    writeFile(disk / "db.kdbx", original);
+    ASSERT_EQ(::mount(nullptr, disk.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0) << std::strerror(errno);
+    EXPECT_EQ(refusal(disk / "db.kdbx", EROFS, "read-only file db.kdbx: Read-only file system"), 0);
+    EXPECT_EQ(refusal(disk / "new.kdbx", EROFS, "read-only folder of new.kdbx: Read-only file system"), 0);
+    EXPECT_EQ(readFile(disk / "db.kdbx"), original);
+}
+
 // Every file call of a save, made to fail in turn: a save either fails, leaving the target as it was and no
 // temporary file, or (for the calls after the file is in place) succeeds.
 TEST(SafeWrite, anyFailingCallLeavesTheTargetWholeAndNoTemporaryFile)
@@ -379,14 +445,10 @@ TEST(SafeWrite, twoRacingWritersLeaveExactlyOneWholeVersion)
     EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
 }
 
-// A real full disk: a small tmpfs. Needs root, as CI has (QUILLON_REQUIRE_PEERS=1 makes its absence a failure).
+// A real full disk: a small tmpfs.
 TEST(SafeWrite, aFullDiskLeavesTheTargetWhole)
 {
-    if (::geteuid() != 0) {
-        if (test::peersRequired())
-            FAIL() << "mounting a small tmpfs needs root, which QUILLON_REQUIRE_PEERS=1 expects";
-        GTEST_SKIP() << "mounting a small tmpfs needs root";
-    }
+    QUILLON_REQUIRE_ROOT("mounting a small tmpfs");
     TempDir dir;
     const auto mountPoint = dir / "disk";
     fs::create_directory(mountPoint);
