@@ -123,4 +123,49 @@ TEST(SafeWriteCrash, aKilledSaveLeavesTheOldOrTheNewFileWhole)
     RecordProperty("torn", torn);
 }
 
+// Random kills land mostly in the slow steps (writing, fsync). This kills the saving process right before each
+// file call of a save in turn, so that no step between two calls goes untried.
+TEST(SafeWriteCrash, aKillBeforeAnyCallOfASaveLeavesTheOldOrTheNewFileWhole)
+{
+    TempDir dir;
+    const auto target = dir / "db.kdbx";
+    const auto credentials = test::passwordOnly("crash");
+    const Bytes a = database("A", credentials), b = database("B", credentials);
+    const auto save = [&] { SafeWrite::write(b, target, DiskStamp::of(a)); };
+    writeFile(target, a);
+    std::size_t callsOfASave = 0;
+    {
+        test::Interception count;
+        save();
+        callsOfASave = count.calls().size();
+    }
+    int old = 0, replaced = 0;
+    for (int n = 1; n <= static_cast<int>(callsOfASave); ++n) {
+        writeFile(target, a);
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            const test::Interception killer([n](int index, posix::Call) {
+                if (index == n)
+                    ::kill(::getpid(), SIGKILL);
+                return 0;
+            });
+            save();
+            ::_exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "call " << n;
+        const Bytes now = readFile(target);
+        ASSERT_TRUE(now == a || now == b) << "killed before call " << n << ": neither version";
+        const auto opened = kdbx::KdbxFile::open(now, credentials);
+        EXPECT_STREQ(opened->document.select_node(titlePath).node().text().get(), now == a ? "A" : "B");
+        (now == a ? old : replaced) += 1;
+        for (const auto& name : test::leftovers(dir.path()))
+            fs::remove(dir / name);
+    }
+    EXPECT_GT(old, 0);
+    EXPECT_GT(replaced, 0) << "the last calls come after the replacement";
+}
+
 } // namespace
