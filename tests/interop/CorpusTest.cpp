@@ -43,10 +43,12 @@ void checkSample(const pugi::xml_document& doc, const QJsonObject& sample)
     const std::string title = text(sample["title"]);
     const pugi::xml_node entry = findEntry(doc, title);
     ASSERT_TRUE(entry) << title;
-    if (sample.contains("username"))
+    if (sample.contains("username")) {
         EXPECT_EQ(field(entry, "UserName"), text(sample["username"])) << title;
-    if (sample.contains("password"))
+    }
+    if (sample.contains("password")) {
         EXPECT_EQ(field(entry, "Password"), text(sample["password"])) << title;
+    }
     for (const QJsonValue& name : sample["custom_fields"].toArray())
         EXPECT_NE(field(entry, name.toString().toStdString().c_str()), "<absent>") << title;
     for (const QJsonValue& name : sample["attachments"].toArray()) {
