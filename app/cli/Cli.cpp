@@ -22,6 +22,10 @@ const std::vector<CommandSpec>& commandTable()
     static const std::vector<CommandSpec> table = [] {
         std::vector<CommandSpec> t;
         addDatabaseInfoCommands(t);
+        addBrowseCommands(t);
+        addEditCommands(t);
+        addAttachmentCommands(t);
+        addDatabaseCommands(t);
         addGeneratorCommands(t);
         return t;
     }();

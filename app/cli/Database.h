@@ -1,0 +1,77 @@
+// app/cli/Database.h: a database opened by a command, its items named by path, and saving it back.
+#pragma once
+
+#include "app/cli/Command.h"
+#include "files/DatabaseFile.h"
+#include "model/Document.h"
+#include "model/Entry.h"
+#include "model/Group.h"
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quillon::cli {
+
+// While alive, Ctrl-C and the other terminating signals wait: a save interrupted between writing its temporary
+// file and the rename would leave that file behind. On destruction a signal that arrived meanwhile ends the
+// process with its default action, the file on disk whole.
+class SignalsHeld {
+public:
+    SignalsHeld();
+    ~SignalsHeld();
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+private:
+    sigset_t previous_;
+};
+
+// Reads the file (and its stamp) first, then asks for the credentials, then decodes. A command that writes
+// saves through the conflict-checked writer, so a change another program made since the read is never
+// overwritten.
+class OpenDatabase {
+public:
+    OpenDatabase(Invocation& call, const std::filesystem::path& path);
+    OpenDatabase(const OpenDatabase&) = delete;
+    OpenDatabase& operator=(const OpenDatabase&) = delete;
+
+    files::DatabaseFile& file() noexcept { return file_; }
+    kdbx::KdbxFile& kdbx() noexcept { return file_.file(); }
+    const model::Document& document() const noexcept { return document_; }
+    const kdbx::Credentials& credentials() const noexcept { return credentials_; }
+
+    // With a backup of the file as it was, unless the user turned backups off.
+    void save() { save(credentials_); }
+    void save(const kdbx::Credentials& credentials);
+
+private:
+    Invocation& call_;
+    kdbx::Credentials credentials_;
+    files::DatabaseFile file_;
+    model::Document document_;
+};
+
+// Paths name groups and entries from the top group down, "Group/Sub/Title"; the top group is "" or "/",
+// empty components are ignored. When no item has the path, the text is tried as a UUID, which also reaches
+// items whose names hold "/" or that share a name with a sibling.
+std::vector<std::string> splitPath(std::string_view path);
+std::string groupPath(const model::Group& group);
+std::string entryPath(const model::Entry& entry);
+model::Group resolveGroup(const model::Document& document, std::string_view path);
+model::Entry resolveEntry(const model::Document& document, std::string_view path);
+std::optional<model::Entry> findEntry(const model::Document& document, std::string_view path);
+
+// Where a new item goes: its parent group (which must exist) and its name (the last component).
+struct NewItemPlace {
+    model::Group parent;
+    std::string name;
+};
+NewItemPlace resolveNewItem(const model::Document& document, std::string_view path);
+
+// "2024-05-01T13:07:42Z"; empty for a time outside what the calendar functions handle.
+std::string isoTime(model::Time time);
+
+} // namespace quillon::cli

@@ -1,0 +1,222 @@
+// create, db-edit and keyfile-create: new databases, their credentials and settings, and new key files.
+#include "app/FileBytes.h"
+#include "app/cli/Database.h"
+#include "files/Backups.h"
+#include "files/CanonicalPath.h"
+#include "files/SafeWrite.h"
+#include "kdbx/Identifiers.h"
+#include "kdbx/KeyFile.h"
+
+namespace quillon::cli {
+namespace {
+
+const std::vector<OptionSpec>& settingOptions()
+{
+    static const std::vector<OptionSpec> options = {
+        {"cipher", 0, "CIPHER", "aes256 or chacha20"},
+        {"kdf", 0, "KDF", "argon2id or argon2d"},
+        {"memory", 0, "MiB", "Argon2 memory in MiB (1..8192)"},
+        {"iterations", 0, "N", "Argon2 passes (1..1000)"},
+        {"parallelism", 0, "N", "Argon2 lanes (1..64)"},
+    };
+    return options;
+}
+
+bool hasSettings(const ParsedOptions& o)
+{
+    return o.has("cipher") || o.has("kdf") || o.has("memory") || o.has("iterations") || o.has("parallelism");
+}
+
+// Checked before anything is read or asked, so a typo costs nobody a password.
+struct Settings {
+    std::optional<kdbx::Identifier> cipher;
+    std::optional<kdbx::Identifier> kdf;
+    std::optional<std::int64_t> memoryMiB, iterations, parallelism;
+};
+
+Settings readSettings(const ParsedOptions& o)
+{
+    Settings s;
+    if (const auto c = o.value("cipher")) {
+        if (*c == "aes256")
+            s.cipher = kdbx::cipherAes256;
+        else if (*c == "chacha20")
+            s.cipher = kdbx::cipherChaCha20;
+        else
+            throw UsageError("--cipher is aes256 or chacha20.");
+    }
+    if (const auto k = o.value("kdf")) {
+        if (*k == "argon2id")
+            s.kdf = kdbx::kdfArgon2id;
+        else if (*k == "argon2d")
+            s.kdf = kdbx::kdfArgon2d;
+        else
+            throw UsageError("--kdf is argon2id or argon2d.");
+    }
+    s.memoryMiB = o.integer("memory", 1, 8192);
+    s.iterations = o.integer("iterations", 1, 1000);
+    s.parallelism = o.integer("parallelism", 1, 64);
+    return s;
+}
+
+void applySettings(const Settings& s, kdbx::OuterHeader& header)
+{
+    if (s.cipher)
+        header.cipher.assign(s.cipher->begin(), s.cipher->end());
+    auto& kdf = header.kdf.entries;
+    if (s.kdf) {
+        const auto* current = header.kdf.get<std::vector<std::uint8_t>>("$UUID");
+        const bool wasArgon2 =
+            current && (kdbx::isIdentifier(*current, kdbx::kdfArgon2id) || kdbx::isIdentifier(*current, kdbx::kdfArgon2d));
+        kdf["$UUID"] = std::vector<std::uint8_t>(s.kdf->begin(), s.kdf->end());
+        // Coming from another function, start from the recommended Argon2 parameters.
+        if (!wasArgon2) {
+            kdf.erase("R"); // AES-KDF's rounds mean nothing to Argon2
+            kdf["M"] = std::uint64_t{64} << 20;
+            kdf["I"] = std::uint64_t{10};
+            kdf["P"] = std::uint32_t{2};
+        }
+        if (!header.kdf.get<std::uint32_t>("V"))
+            kdf["V"] = std::uint32_t{0x13};
+    }
+    if (s.memoryMiB)
+        kdf["M"] = static_cast<std::uint64_t>(*s.memoryMiB) << 20;
+    if (s.iterations)
+        kdf["I"] = static_cast<std::uint64_t>(*s.iterations);
+    if (s.parallelism)
+        kdf["P"] = static_cast<std::uint32_t>(*s.parallelism);
+}
+
+kdbx::SecureBytes readKeyFile(const std::string& path)
+{
+    auto bytes = app::readFileBytes(pathArgument(path));
+    auto key = kdbx::SecureBytes::from(bytes);
+    kdbx::secureWipe(bytes.data(), bytes.size());
+    return key;
+}
+
+void refuseExisting(const std::filesystem::path& path)
+{
+    std::error_code error;
+    if (std::filesystem::exists(std::filesystem::symlink_status(path, error)))
+        throw Failure(path.string() + " already exists. Nothing was written.");
+}
+
+int create(Invocation& call)
+{
+    const auto& o = call.options;
+    const auto path = pathArgument(o.arguments[0]);
+    checkCredentialOptions(call);
+    const auto settings = readSettings(o);
+    refuseExisting(path);
+
+    kdbx::Credentials credentials;
+    if (const auto keyFile = o.value("key-file"))
+        credentials.keyFile = readKeyFile(*keyFile);
+    if (!o.has("no-password"))
+        credentials.password = readNewSecret(call, "Password: ", "Repeat password: ");
+
+    auto file = kdbx::KdbxFile::newDatabase();
+    applySettings(settings, file->header);
+    files::DatabaseFile db(path, std::move(file), std::nullopt);
+    if (const auto name = o.value("name")) {
+        const model::Document document(db.file().document);
+        document.setMetaText("DatabaseName", *name);
+    }
+    // No stamp: the writer refuses to replace a file that appeared in the meantime.
+    {
+        const SignalsHeld held;
+        db.save(credentials, {});
+    }
+    call.io.out << "Created " << path.string() << ".\n";
+    return exitSuccess;
+}
+
+int dbEdit(Invocation& call)
+{
+    const auto& o = call.options;
+    const bool anything = hasSettings(o) || o.has("set-password") || o.has("remove-password") ||
+                          o.has("set-key-file") || o.has("remove-key-file") || o.has("history-max-items");
+    if (!anything)
+        throw UsageError("nothing to change; see --help.");
+    if (o.has("set-password") && o.has("remove-password"))
+        throw UsageError("give --set-password or --remove-password, not both.");
+    if (o.has("set-key-file") && o.has("remove-key-file"))
+        throw UsageError("give --set-key-file or --remove-key-file, not both.");
+    const auto settings = readSettings(o);
+    const auto historyMax = o.integer("history-max-items", -1, 100000);
+    std::optional<kdbx::SecureBytes> newKeyFile;
+    if (const auto keyFile = o.value("set-key-file"))
+        newKeyFile = readKeyFile(*keyFile);
+
+    OpenDatabase db(call, pathArgument(o.arguments[0]));
+    auto credentials = db.credentials().copy();
+    if (o.has("remove-password"))
+        credentials.password.reset();
+    if (o.has("remove-key-file"))
+        credentials.keyFile.reset();
+    if (newKeyFile)
+        credentials.keyFile = std::move(newKeyFile);
+    if (o.has("set-password"))
+        credentials.password = readNewSecret(call, "New password: ", "Repeat new password: ");
+    if (!credentials.password && !credentials.keyFile)
+        throw Failure("A database needs a password, a key file or both. Nothing was changed.");
+
+    applySettings(settings, db.kdbx().header);
+    if (historyMax)
+        db.document().setHistoryMaxItems(*historyMax);
+    db.save(credentials);
+    call.io.out << "Saved " << db.file().location().string() << ".\n";
+
+    const bool keysChanged = o.has("set-password") || o.has("remove-password") || o.has("set-key-file") ||
+                             o.has("remove-key-file");
+    if (keysChanged && !call.io.backupRoot.empty()) {
+        const files::Backups backups(call.io.backupRoot);
+        const auto database = files::canonicalPath(db.file().location());
+        if (const auto count = backups.listBackups(database).size(); count > 0)
+            call.io.err << "Note: " << count << (count == 1 ? " earlier backup" : " earlier backups") << " in "
+                        << backups.backupFolder(database).string() << " still open with the old credentials.\n";
+    }
+    return exitSuccess;
+}
+
+int keyfileCreate(Invocation& call)
+{
+    const auto path = pathArgument(call.options.arguments[0]);
+    const bool force = call.options.has("force");
+    if (!force)
+        refuseExisting(path);
+    const auto key = kdbx::generateKeyFile();
+    const SignalsHeld held;
+    files::SafeWrite::write(key.span(), path, force ? files::DiskStamp::ofFile(path) : std::nullopt);
+    call.io.out << "Created key file " << path.string() << ".\n";
+    return exitSuccess;
+}
+
+} // namespace
+
+void addDatabaseCommands(std::vector<CommandSpec>& table)
+{
+    table.push_back({"create", "DATABASE", "Create a new, empty database.",
+                     withOptions({credentialOptions(), settingOptions(),
+                                  {{"name", 0, "TEXT", "the database's name (default \"Vault\")"}}}),
+                     1, 1, create,
+                     "The password is asked twice on the terminal, or read once from standard input with\n"
+                     "--password-stdin. --key-file names an existing key file (see keyfile-create). Defaults:\n"
+                     "AES-256, Argon2id with 64 MiB, 10 passes and 2 lanes. An existing file is never replaced."});
+    table.push_back({"db-edit", "DATABASE", "Change a database's password, key file, cipher, key derivation or history limit.",
+                     withOptions({credentialOptions(), settingOptions(),
+                                  {{"set-password", 0, {}, "set a new password (asked like the current one, after it)"},
+                                   {"remove-password", 0, {}, "unlock with the key file alone from now on"},
+                                   {"set-key-file", 0, "PATH", "unlock with this key file from now on"},
+                                   {"remove-key-file", 0, {}, "unlock with the password alone from now on"},
+                                   {"history-max-items", 0, "N", "versions kept per entry; -1 keeps every one"}}}),
+                     1, 1, dbEdit,
+                     "The credentials options (--key-file, --no-password) describe how the database unlocks now.\n"
+                     "The file is backed up before it is replaced; earlier backups keep the old credentials."});
+    table.push_back({"keyfile-create", "PATH", "Write a new key file (KeePass XML key file version 2.0).",
+                     {{"force", 0, {}, "replace an existing file (databases it unlocks will no longer open)"}}, 1, 1,
+                     keyfileCreate});
+}
+
+} // namespace quillon::cli
