@@ -1,8 +1,11 @@
 // quillon-cli as scripts call it: usage errors, credentials from standard input, header and counts, export,
-// generators.
+// generators, and the commands that read and change entries and groups.
 #include "app/cli/Cli.h"
+#include "files/ChangedOnDisk.h"
+#include "kdbx/ByteReader.h"
 #include "kdbx/KdbxFile.h"
 #include "kdbx/KeyFile.h"
+#include "kdbx/OuterHeader.h"
 #include "tests/support/CliRunner.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestDb.h"
@@ -10,6 +13,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <csignal>
+#include <functional>
 #include <set>
 #include <sstream>
 #include <unistd.h>
@@ -27,8 +33,12 @@ struct InProcess {
     std::string err;
 };
 
-// Drives the library directly, for what a child process cannot easily fake (a terminal on standard output).
-InProcess runInProcess(const std::vector<std::string>& args, const std::string& input, bool outIsTerminal)
+using Prompt = std::function<std::optional<kdbx::SecureBytes>(std::string_view)>;
+
+// Drives the library directly, for what a child process cannot easily fake (a terminal on standard output, a
+// terminal prompt that takes its time).
+InProcess runInProcess(const std::vector<std::string>& args, const std::string& input, bool outIsTerminal,
+                       Prompt prompt = [](std::string_view) { return std::nullopt; })
 {
     int fds[2];
     EXPECT_EQ(::pipe(fds), 0);
@@ -38,7 +48,7 @@ InProcess runInProcess(const std::vector<std::string>& args, const std::string& 
     cli::Io io(out, err);
     io.in = fds[0];
     io.outIsTerminal = outIsTerminal;
-    io.promptTerminal = [](std::string_view) { return std::nullopt; };
+    io.promptTerminal = std::move(prompt);
     InProcess result;
     result.status = cli::run(args, io);
     ::close(fds[0]);
@@ -259,6 +269,153 @@ TEST(Cli, generatorsKeepThePanelsRangesAndAlphabets)
     const auto missing = runCli({"diceware", "--word-list", (dir / "none.txt").string()});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_EQ(missing.err, "Word list missing: passphrases are unavailable.\n");
+}
+
+std::vector<std::string> namesIn(const std::filesystem::path& folder)
+{
+    std::vector<std::string> names;
+    for (const auto& item : std::filesystem::directory_iterator(folder))
+        names.push_back(item.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(Cli, aWriteWhileAnotherProgramChangedTheFileIsRefusedAndTheirFileKept)
+{
+    TempDir dir;
+    const auto db = writeDb(dir, "db.kdbx", passwordOnly("pw"));
+    // Another program saves while the password is being typed: after this run read the file, before it writes.
+    auto theirs = tinyFile(passwordOnly("theirs"));
+    const auto typeSlowly = [&](std::string_view) {
+        writeFile(db, theirs);
+        return std::optional(kdbx::SecureBytes::fromText("pw"));
+    };
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"mkdir", db, "New"}, {"rm", db, "Sample"}, {"edit", "--url", "https://x", db, "Sample"}}) {
+        writeDb(dir, "db.kdbx", passwordOnly("pw"));
+        const auto refused = runInProcess(args, {}, false, typeSlowly);
+        EXPECT_EQ(refused.status, 1) << args[0];
+        EXPECT_EQ(refused.err, files::ChangedOnDisk::describe("db.kdbx") + "\n") << args[0];
+        EXPECT_EQ(readFile(db), theirs) << args[0];
+        EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{"db.kdbx"}) << args[0];
+    }
+
+    // Unchanged, the same write goes through, after a backup of what was there.
+    const auto ok = runInProcess({"mkdir", db, "New"}, {}, false,
+                                 [](std::string_view) { return std::optional(kdbx::SecureBytes::fromText("theirs")); });
+    EXPECT_EQ(ok.status, 0) << ok.err;
+    EXPECT_EQ(ok.out, "Added group New.\n");
+    EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{"db.kdbx"});
+}
+
+TEST(Cli, protectedValuesAreShownOnlyWhenAskedFor)
+{
+    TempDir dir;
+    const auto db = writeDb(dir, "db.kdbx", passwordOnly("pw"));
+    const auto otp = runCli({"edit", "--password-stdin", "--otp", db, "Sample"}, "pw\nJBSWY3DPEHPK3PXP\n");
+    ASSERT_EQ(otp.exitCode, 0) << otp.err;
+
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"show", db, "Sample"},
+             {"show", "--json", db, "Sample"},
+             {"ls", "-R", "--json", db},
+             {"search", "--json", db, "sample"},
+             {"search", "--scope", "password", db, "s3cret"},
+         }) {
+        auto withStdin = args;
+        withStdin.insert(withStdin.begin() + 1, "--password-stdin");
+        const auto shown = runCli(withStdin, "pw\n");
+        EXPECT_EQ(shown.exitCode, 0) << args[0] << shown.err;
+        EXPECT_THAT(shown.out + shown.err, testing::Not(HasSubstr("s3cret"))) << args[0];
+        EXPECT_THAT(shown.out + shown.err, testing::Not(HasSubstr("JBSWY3DPEHPK3PXP"))) << args[0];
+    }
+    const auto text = runCli({"show", "--password-stdin", db, "Sample"}, "pw\n");
+    EXPECT_THAT(text.out, HasSubstr("Title: Sample\nUserName: alice\nPassword: [protected]\notp: [protected]\n"));
+    EXPECT_THAT(text.out, HasSubstr("History: 1 version\n"));
+    const auto json = runCli({"show", "--json", "--password-stdin", db, "Sample"}, "pw\n");
+    EXPECT_THAT(json.out, HasSubstr("{\"name\":\"Password\",\"value\":null,\"protected\":true}"));
+    const auto attribute = runCli({"show", "-a", "Password", "--password-stdin", db, "Sample"}, "pw\n");
+    EXPECT_EQ(attribute.exitCode, 1);
+    EXPECT_EQ(attribute.out, "");
+
+    const auto revealed = runCli({"show", "--show-protected", "--json", "--password-stdin", db, "Sample"}, "pw\n");
+    EXPECT_THAT(revealed.out, HasSubstr("{\"name\":\"Password\",\"value\":\"s3cret\",\"protected\":true}"));
+    EXPECT_THAT(revealed.out, HasSubstr("\"value\":\"otpauth://totp/Account?secret=JBSWY3DPEHPK3PXP\""));
+    EXPECT_EQ(runCli({"show", "--show-protected", "-a", "Password", "--password-stdin", db, "Sample"}, "pw\n").out,
+              "s3cret\n");
+
+    const auto code = runCli({"totp", "--password-stdin", db, "Sample"}, "pw\n");
+    EXPECT_EQ(code.exitCode, 0) << code.err;
+    EXPECT_EQ(code.out.find_first_not_of("0123456789"), 6u);
+}
+
+TEST(Cli, editsKeepOneVersionPerCommandAndDeletesGoThroughTheRecycleBin)
+{
+    TempDir dir;
+    const auto db = writeDb(dir, "db.kdbx", passwordOnly("pw"));
+    auto run = [&](std::vector<std::string> args, const std::string& more = {}) {
+        args.insert(args.begin() + 1, "--password-stdin");
+        return runCli(args, "pw\n" + more);
+    };
+    ASSERT_EQ(run({"mkdir", db, "Work"}).exitCode, 0);
+    ASSERT_EQ(run({"mkdir", db, "Work/Servers"}).exitCode, 0);
+    EXPECT_EQ(run({"mkdir", db, "Work"}).exitCode, 1);
+    EXPECT_EQ(run({"mkdir", db, "Nowhere/Sub"}).err, "Group not found: Nowhere\n");
+    const auto added = run({"add", "-u", "bob", "-p", db, "Work/Servers/db1"}, "first\n");
+    ASSERT_EQ(added.exitCode, 0) << added.err;
+    EXPECT_EQ(added.out, "Added entry Work/Servers/db1.\n");
+    EXPECT_EQ(run({"add", db, "Work/Servers/db1"}).exitCode, 1);
+    // A password is never an argument.
+    EXPECT_EQ(run({"add", "--password", "x", db, "Work/x"}).exitCode, 2);
+
+    const auto edited = run({"edit", "-t", "db2", "-u", "carol", "-p", "--notes", "n", db, "Work/Servers/db1"},
+                            "second\n");
+    ASSERT_EQ(edited.exitCode, 0) << edited.err;
+    EXPECT_EQ(run({"edit", "-u", "carol", db, "Work/Servers/db2"}).out, "Nothing changed.\n");
+    const auto shown = run({"show", "--show-protected", db, "Work/Servers/db2"});
+    EXPECT_THAT(shown.out, HasSubstr("Title: db2\nUserName: carol\nPassword: second\nURL: \nNotes: n\n"));
+    EXPECT_THAT(shown.out, HasSubstr("History: 1 version\n"));
+
+    EXPECT_EQ(run({"mv", db, "Work", "Work/Servers"}).exitCode, 1);
+    ASSERT_EQ(run({"mv", db, "Work/Servers/db2", "Work"}).exitCode, 0);
+    EXPECT_EQ(run({"rm", db, "Work/db2"}).out, "Moved to Recycle Bin: Work/db2\n");
+    EXPECT_EQ(run({"rm", db, "Recycle Bin/db2"}).out, "Deleted permanently: Recycle Bin/db2\n");
+    EXPECT_EQ(run({"rm", db, "Work/"}).out, "Moved to Recycle Bin: Work\n");
+    const auto top = run({"rm", db, "/"});
+    EXPECT_EQ(top.exitCode, 1);
+    EXPECT_EQ(top.err, "The top-level group can't be deleted.\n");
+    EXPECT_EQ(run({"ls", "-R", db}).out, "Recycle Bin/\n  Work/\n    Servers/\nSample\n");
+    EXPECT_EQ(run({"search", db, "carol"}).out, "");
+    EXPECT_EQ(run({"show", db, "Nope"}).err, "Entry not found: Nope\n");
+}
+
+TEST(Cli, interruptStopsALongKeyDerivation)
+{
+    // A header asking for about twenty seconds of Argon2 (its digest redone so opening gets as far as the
+    // derivation); the rest of the file need not match, the run is stopped long before.
+    TempDir dir;
+    const auto bytes = tinyFile(passwordOnly("pw"));
+    kdbx::ByteReader reader(bytes);
+    auto parsed = kdbx::parseOuterHeader(reader);
+    parsed.header.kdf.entries["M"] = std::uint64_t{8} << 20;
+    parsed.header.kdf.entries["I"] = std::uint64_t{2000};
+    auto slow = kdbx::serialiseOuterHeader(parsed.header);
+    const auto digest = kdbx::headerDigest(slow);
+    slow.insert(slow.end(), digest.begin(), digest.end());
+    const auto rest = std::span(bytes).subspan(parsed.raw.size() + digest.size());
+    slow.insert(slow.end(), rest.begin(), rest.end());
+    writeFile(dir / "slow.kdbx", slow);
+
+    // env resets SIGINT to its default, which a test runner started in the background may have ignored.
+    ProcessOptions options;
+    options.input = "pw\n";
+    options.timeout = std::chrono::seconds(90);
+    const auto result = test::run({"timeout", "--preserve-status", "-s", "INT", "1", "env", "--default-signal=INT",
+                                   QUILLON_BINARY_DIR "/app/quillon-cli", "stats", "--password-stdin",
+                                   (dir / "slow.kdbx").string()},
+                                  options);
+    EXPECT_EQ(result.exitCode, 128 + SIGINT) << result.err;
+    EXPECT_EQ(result.out, "");
 }
 
 } // namespace
