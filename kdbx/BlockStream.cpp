@@ -66,9 +66,9 @@ void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const
     }
 }
 
-std::vector<std::uint8_t> readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey)
+SecureBytes readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey)
 {
-    std::vector<std::uint8_t> ciphertext;
+    SecureBytes ciphertext;
     // The blocks cannot hold more than what is left, so one reservation avoids every regrowth.
     ciphertext.reserve(reader.remaining());
     for (std::uint64_t index = 0;; ++index) {
@@ -80,7 +80,7 @@ std::vector<std::uint8_t> readBlockStream(ByteReader& reader, const SecureBytes&
             throw KdbxError::blockCorrupt(index);
         if (length == 0)
             return ciphertext;
-        ciphertext.insert(ciphertext.end(), data.begin(), data.end());
+        ciphertext.append(data);
     }
 }
 

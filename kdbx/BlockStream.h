@@ -25,6 +25,7 @@ void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const
 
 // Reads up to and including the empty final block and returns the joined ciphertext. Throws
 // blockCorrupt(i) for a block whose code does not match and "unexpected end of data" for a short stream.
-std::vector<std::uint8_t> readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey);
+// The result is a SecureBytes because the payload is decrypted in it in place.
+SecureBytes readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey);
 
 } // namespace quillon::kdbx

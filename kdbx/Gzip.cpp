@@ -67,7 +67,7 @@ SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceili
     const std::size_t ratioBound = input.size() > ceiling / maxDeflateRatio ? ceiling : input.size() * maxDeflateRatio;
     std::size_t capacity = std::min({std::max<std::size_t>(sizeHint, 1), ratioBound, ceiling});
     capacity = std::max(capacity, std::min(firstGuessMinimum, ceiling));
-    SecureBytes out(capacity);
+    SecureBytes out = SecureBytes::uninitialised(capacity);
     std::size_t produced = 0;
 
     for (;;) {
@@ -89,7 +89,7 @@ SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceili
                     throw DecompressionError(ceilingText(ceiling));
                 throw DecompressionError(zlibReason(z, code));
             }
-            out.resize(std::min(out.size() * 2, ceiling));
+            out.resizeUninitialised(std::min(out.size() * 2, ceiling));
         }
         const std::size_t inBefore = z.total_in;
         z.next_in = const_cast<Bytef*>(input.data());

@@ -172,22 +172,19 @@ std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& 
     if (!constantTimeEqual(storedHmac, headerHmac(parsed.raw, keys.hmacBaseKey)))
         throw KdbxError::wrongCredentials();
 
-    SecureBytes payload;
-    {
-        std::vector<std::uint8_t> ciphertext = readBlockStream(reader, keys.hmacBaseKey);
-        const OuterHeader& h = parsed.header;
-        if (isIdentifier(h.cipher, cipherAes256)) {
-            if (h.encryptionIV.size() != 16)
-                throw KdbxError::malformedHeader("encryption IV length");
-            payload = aes256CbcDecrypt(keys.masterKey, h.encryptionIV, ciphertext);
-        } else if (isIdentifier(h.cipher, cipherChaCha20)) {
-            if (h.encryptionIV.size() != 12)
-                throw KdbxError::malformedHeader("encryption IV length");
-            payload = SecureBytes::from(ciphertext);
-            ChaCha20(keys.masterKey.span(), h.encryptionIV).apply(payload.span());
-        } else {
-            throw KdbxError::unsupportedCipher(identifierText(h.cipher));
-        }
+    // The joined ciphertext is decrypted where it lies.
+    SecureBytes payload = readBlockStream(reader, keys.hmacBaseKey);
+    const OuterHeader& h = parsed.header;
+    if (isIdentifier(h.cipher, cipherAes256)) {
+        if (h.encryptionIV.size() != 16)
+            throw KdbxError::malformedHeader("encryption IV length");
+        aes256CbcDecryptInPlace(keys.masterKey, h.encryptionIV, payload);
+    } else if (isIdentifier(h.cipher, cipherChaCha20)) {
+        if (h.encryptionIV.size() != 12)
+            throw KdbxError::malformedHeader("encryption IV length");
+        ChaCha20(keys.masterKey.span(), h.encryptionIV).apply(payload.span());
+    } else {
+        throw KdbxError::unsupportedCipher(identifierText(h.cipher));
     }
     if (parsed.header.compressed)
         payload = gunzip(payload.span());
@@ -195,14 +192,14 @@ std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& 
     auto file = std::make_unique<KdbxFile>();
     ByteReader inner(payload.span());
     file->inner = parseInnerHeader(inner);
-    // Move the XML to the front of the buffer and parse it there: no second copy of the document.
+    // The XML is parsed where it lies, behind the inner header: no second copy of the document. The
+    // inner header's bytes (attachments included) have been copied out, so they are wiped here.
     const std::size_t xmlOffset = inner.position();
-    const std::size_t xmlSize = payload.size() - xmlOffset;
-    std::memmove(payload.data(), payload.data() + xmlOffset, xmlSize);
-    payload.resize(xmlSize);
+    secureWipe(payload.data(), xmlOffset);
     file->parseBuffer_ = std::move(payload);
-    const pugi::xml_parse_result result = file->document.load_buffer_inplace(
-        file->parseBuffer_.data(), file->parseBuffer_.size(), xmlParseOptions, pugi::encoding_auto);
+    const pugi::xml_parse_result result =
+        file->document.load_buffer_inplace(file->parseBuffer_.data() + xmlOffset, file->parseBuffer_.size() - xmlOffset,
+                                           xmlParseOptions, pugi::encoding_auto);
     if (!result)
         throw KdbxError::malformedXML("could not parse");
     unprotect(file->document, file->inner);

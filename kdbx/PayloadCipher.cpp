@@ -58,18 +58,44 @@ std::vector<std::uint8_t> aes256CbcEncrypt(const SecureBytes& key, ByteView iv, 
     return out;
 }
 
-SecureBytes aes256CbcDecrypt(const SecureBytes& key, ByteView iv, ByteView ciphertext)
+void aes256CbcDecryptInPlace(const SecureBytes& key, ByteView iv, SecureBytes& buffer)
 {
     QUILLON_CHECK(key.size() == 32);
-    if (iv.size() != aesBlock)
+    const std::size_t size = buffer.size();
+    if (iv.size() != aesBlock || size == 0 || size % aesBlock != 0)
         throw KdbxError::wrongCredentials();
-    CipherCtx ctx(EVP_CIPHER_CTX_new());
-    QUILLON_CHECK(ctx && EVP_DecryptInit_ex(ctx.get(), EVP_aes_256_cbc(), nullptr, key.data(), iv.data()) == 1);
-    SecureBytes out(ciphertext.size() + aesBlock);
+
+    // Everything but the last block is decrypted in place without padding; the last block then goes
+    // through a second context that checks and strips the padding. Its IV is the ciphertext block
+    // before it, saved before the first pass overwrites it.
+    std::array<std::uint8_t, aesBlock> lastIv{};
+    std::copy_n(size > aesBlock ? buffer.data() + size - 2 * aesBlock : iv.data(), aesBlock, lastIv.begin());
+    CipherCtx bulk(EVP_CIPHER_CTX_new());
+    QUILLON_CHECK(bulk && EVP_DecryptInit_ex(bulk.get(), EVP_aes_256_cbc(), nullptr, key.data(), iv.data()) == 1);
+    QUILLON_CHECK(EVP_CIPHER_CTX_set_padding(bulk.get(), 0) == 1);
     std::size_t written = 0;
-    if (!runCipher(ctx.get(), ciphertext, out.data(), written))
+    QUILLON_CHECK(runCipher(bulk.get(), buffer.span().first(size - aesBlock), buffer.data(), written));
+
+    CipherCtx tail(EVP_CIPHER_CTX_new());
+    QUILLON_CHECK(tail && EVP_DecryptInit_ex(tail.get(), EVP_aes_256_cbc(), nullptr, key.data(), lastIv.data()) == 1);
+    std::array<std::uint8_t, 2 * aesBlock> last{};
+    std::size_t lastLength = 0;
+    const bool padded = runCipher(tail.get(), buffer.span().subspan(size - aesBlock), last.data(), lastLength);
+    secureWipe(lastIv.data(), lastIv.size());
+    if (!padded) {
+        secureWipe(last.data(), last.size());
+        buffer.wipe();
         throw KdbxError::wrongCredentials();
-    out.resize(written);
+    }
+    std::copy_n(last.begin(), lastLength, buffer.data() + size - aesBlock);
+    secureWipe(last.data(), last.size());
+    buffer.resize(size - aesBlock + lastLength);
+}
+
+SecureBytes aes256CbcDecrypt(const SecureBytes& key, ByteView iv, ByteView ciphertext)
+{
+    SecureBytes out = SecureBytes::from(ciphertext);
+    aes256CbcDecryptInPlace(key, iv, out);
     return out;
 }
 

@@ -15,6 +15,9 @@ namespace quillon::kdbx {
 std::vector<std::uint8_t> aes256CbcEncrypt(const SecureBytes& key, ByteView iv, ByteView plaintext);
 // Any failure (bad padding, a length not a whole number of blocks, an IV of the wrong size) is
 // wrongCredentials: the authentication codes were checked before, so only a wrong key gets here.
+// Decrypts the buffer where it lies and shrinks it to the plaintext: a large payload is never held twice.
+// Throws wrongCredentials for a bad length or padding, after wiping the buffer.
+void aes256CbcDecryptInPlace(const SecureBytes& key, ByteView iv, SecureBytes& buffer);
 SecureBytes aes256CbcDecrypt(const SecureBytes& key, ByteView iv, ByteView ciphertext);
 
 // RFC 8439 ChaCha20: a 32-byte key and a 12-byte nonce, else the program stops.

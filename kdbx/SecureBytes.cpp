@@ -1,8 +1,50 @@
 #include "kdbx/SecureBytes.h"
 
+#include <cstring>
+
 #include <openssl/crypto.h>
 
+#include <new>
+#include <sys/mman.h>
+
 namespace quillon::kdbx {
+namespace {
+
+constexpr std::size_t hugePage = std::size_t{2} << 20;
+// Below this, the ordinary heap is cheaper than a mapping of its own.
+constexpr std::size_t ownMappingThreshold = std::size_t{4} << 20;
+
+std::size_t mappedLength(std::size_t size) noexcept { return (size + hugePage - 1) / hugePage * hugePage; }
+
+} // namespace
+
+void* allocateSecureBlock(std::size_t size)
+{
+    if (size < ownMappingThreshold)
+        return ::operator new(size);
+    const std::size_t length = mappedLength(size);
+    void* block = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (block == MAP_FAILED)
+        throw std::bad_alloc();
+#ifdef MADV_HUGEPAGE
+    (void)::madvise(block, length, MADV_HUGEPAGE);
+#endif
+#ifdef MADV_DONTDUMP
+    (void)::madvise(block, length, MADV_DONTDUMP);
+#endif
+    return block;
+}
+
+void releaseSecureBlock(void* block, std::size_t size) noexcept
+{
+    if (!block)
+        return;
+    secureWipe(block, size);
+    if (size < ownMappingThreshold)
+        ::operator delete(block);
+    else
+        ::munmap(block, mappedLength(size));
+}
 
 void secureWipe(void* data, std::size_t size) noexcept
 {
@@ -10,11 +52,41 @@ void secureWipe(void* data, std::size_t size) noexcept
         OPENSSL_cleanse(data, size);
 }
 
-void SecureBytes::resize(std::size_t n)
+SecureBytes::SecureBytes(std::size_t size) : bytes_(size)
+{
+    if (size != 0)
+        std::memset(bytes_.data(), 0, size);
+}
+
+SecureBytes SecureBytes::uninitialised(std::size_t size)
+{
+    SecureBytes out;
+    out.bytes_.resize(size);
+    return out;
+}
+
+void SecureBytes::resizeUninitialised(std::size_t n)
 {
     if (n < bytes_.size())
         secureWipe(bytes_.data() + n, bytes_.size() - n);
     bytes_.resize(n);
+}
+
+void SecureBytes::append(ByteView more)
+{
+    if (more.empty())
+        return;
+    const std::size_t old = bytes_.size();
+    resizeUninitialised(old + more.size());
+    std::memcpy(bytes_.data() + old, more.data(), more.size());
+}
+
+void SecureBytes::resize(std::size_t n)
+{
+    const std::size_t old = bytes_.size();
+    resizeUninitialised(n);
+    if (n > old)
+        std::memset(bytes_.data() + old, 0, n - old);
 }
 
 void SecureBytes::wipe() noexcept

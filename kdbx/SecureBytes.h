@@ -6,11 +6,18 @@
 #include <new>
 #include <span>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace quillon::kdbx {
 
 void secureWipe(void* data, std::size_t size) noexcept;
+
+// Storage behind SecureBytes. Large blocks (whole payloads) are mapped on their own, on huge pages
+// where the system offers them: a freshly opened file's megabytes then cost a handful of page faults
+// instead of thousands. Release wipes the block before it goes back.
+void* allocateSecureBlock(std::size_t size);
+void releaseSecureBlock(void* block, std::size_t size) noexcept;
 
 // Wipes every block before it goes back to the heap, so reallocation never leaves old copies behind.
 template <class T>
@@ -21,11 +28,22 @@ struct WipingAllocator {
     WipingAllocator(const WipingAllocator<U>&) noexcept
     {
     }
-    T* allocate(std::size_t n) { return static_cast<T*>(::operator new(n * sizeof(T))); }
+    T* allocate(std::size_t n) { return static_cast<T*>(allocateSecureBlock(n * sizeof(T))); }
+    // Growth leaves bytes uninitialised: large buffers that are about to be overwritten are not
+    // zeroed first. SecureBytes zeroes where its callers expect zeros.
+    template <class U>
+    void construct(U* p) noexcept
+    {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <class U, class... Args>
+    void construct(U* p, Args&&... args)
+    {
+        ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+    }
     void deallocate(T* p, std::size_t n) noexcept
     {
-        secureWipe(p, n * sizeof(T));
-        ::operator delete(p);
+        releaseSecureBlock(p, n * sizeof(T));
     }
     template <class U>
     bool operator==(const WipingAllocator<U>&) const noexcept
@@ -41,7 +59,10 @@ using ByteView = std::span<const std::uint8_t>;
 class SecureBytes {
 public:
     SecureBytes() = default;
-    explicit SecureBytes(std::size_t size) : bytes_(size) {}
+    // Zero-filled.
+    explicit SecureBytes(std::size_t size);
+    // For buffers that are overwritten whole right away, such as decompression output.
+    static SecureBytes uninitialised(std::size_t size);
     static SecureBytes from(ByteView data) { return SecureBytes(data); }
     static SecureBytes fromText(std::string_view utf8)
     {
@@ -78,8 +99,12 @@ public:
     }
 
     void reserve(std::size_t n) { bytes_.reserve(n); }
+    // Growth is zero-filled; shrinking wipes what is cut off.
     void resize(std::size_t n);
-    void append(ByteView more) { bytes_.insert(bytes_.end(), more.begin(), more.end()); }
+    // Growth is left uninitialised, for space that is written before it is read.
+    void resizeUninitialised(std::size_t n);
+    // Copies with memcpy: the allocator's element-wise construct would copy byte by byte.
+    void append(ByteView more);
     void append(std::string_view text)
     {
         append(ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
@@ -89,7 +114,7 @@ public:
     void wipe() noexcept;
 
 private:
-    explicit SecureBytes(ByteView data) : bytes_(data.begin(), data.end()) {}
+    explicit SecureBytes(ByteView data) { append(data); }
     SecureVector bytes_;
 };
 
