@@ -1,0 +1,118 @@
+// Codec throughput: the block stream with AES-256-CBC, gzip against zlib's own raw inflate, and Argon2.
+#include "kdbx/Argon2Kdf.h"
+#include "kdbx/BlockStream.h"
+#include "kdbx/ByteReader.h"
+#include "kdbx/Gzip.h"
+#include "kdbx/PayloadCipher.h"
+#include "kdbx/Random.h"
+
+#include <benchmark/benchmark.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace quillon::kdbx;
+
+constexpr std::size_t payloadSize = std::size_t{64} << 20;
+
+// Looks like a database's XML: repeated structure with varying text, so it compresses as real files do.
+std::vector<std::uint8_t> xmlLikePayload(std::size_t size)
+{
+    std::string text;
+    text.reserve(size + 512);
+    for (std::size_t i = 0; text.size() < size; ++i) {
+        const auto noise = randomBytes(12);
+        std::string hex;
+        for (const auto b : noise)
+            hex += "0123456789abcdef"[b & 15];
+        text += "<Entry><UUID>" + hex + "==</UUID><String><Key>Title</Key><Value>Entry " + std::to_string(i) +
+                "</Value></String><String><Key>Password</Key><Value Protected=\"True\">" + hex +
+                "</Value></String><Times><LastModificationTime>2Yp+2w4AAAA=</LastModificationTime></Times></Entry>\n";
+    }
+    text.resize(size);
+    return {text.begin(), text.end()};
+}
+
+void BM_BlockStreamReadAndDecrypt(benchmark::State& state)
+{
+    const SecureBytes key = randomSecret(32);
+    const SecureBytes hmacKey = randomSecret(64);
+    const auto iv = randomBytes(16);
+    const auto ciphertext = aes256CbcEncrypt(key, iv, randomBytes(payloadSize));
+    std::vector<std::uint8_t> stream;
+    writeBlockStream(stream, ciphertext, hmacKey);
+    for (auto _ : state) {
+        ByteReader reader(stream);
+        SecureBytes payload = readBlockStream(reader, hmacKey);
+        aes256CbcDecryptInPlace(key, iv, payload);
+        benchmark::DoNotOptimize(payload.data());
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(payloadSize));
+}
+BENCHMARK(BM_BlockStreamReadAndDecrypt)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_GunzipOurs(benchmark::State& state)
+{
+    const auto compressed = gzip(xmlLikePayload(payloadSize));
+    for (auto _ : state) {
+        const SecureBytes plain = gunzip(compressed);
+        benchmark::DoNotOptimize(plain.data());
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(payloadSize));
+}
+BENCHMARK(BM_GunzipOurs)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The floor: zlib's raw inflate of the same DEFLATE data into a buffer of the known size.
+void BM_InflateZlibRaw(benchmark::State& state)
+{
+    const auto compressed = gzip(xmlLikePayload(payloadSize));
+    // Strip the 10-byte header and the 8-byte trailer: what is left is the raw DEFLATE stream.
+    const ByteView deflate = ByteView(compressed).subspan(10, compressed.size() - 18);
+    // Argument 1: a fresh, uninitialised heap buffer each time, as a reader of a newly opened file has;
+    // 0: one buffer reused, already in memory (the pure inflate time).
+    const bool fresh = state.range(0) == 1;
+    std::unique_ptr<std::uint8_t[]> reused(new std::uint8_t[payloadSize]);
+    std::fill_n(reused.get(), payloadSize, 0);
+    for (auto _ : state) {
+        std::unique_ptr<std::uint8_t[]> out(fresh ? new std::uint8_t[payloadSize] : nullptr);
+        if (!fresh)
+            out.swap(reused);
+        z_stream z{};
+        inflateInit2(&z, -MAX_WBITS);
+        z.next_in = const_cast<Bytef*>(deflate.data());
+        z.avail_in = static_cast<uInt>(deflate.size());
+        z.next_out = out.get();
+        z.avail_out = static_cast<uInt>(payloadSize);
+        const int rc = inflate(&z, Z_FINISH);
+        inflateEnd(&z);
+        if (rc != Z_STREAM_END)
+            state.SkipWithError("zlib did not reach the end of the stream");
+        benchmark::DoNotOptimize(out.get());
+        if (!fresh)
+            out.swap(reused);
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(payloadSize));
+}
+BENCHMARK(BM_InflateZlibRaw)->Arg(0)->Arg(1)->ArgName("fresh")->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Matches `echo -n password | argon2 somesaltsomesalt -id -t 10 -m 16 -p 2` (64 MiB, 10 passes, 2 lanes).
+void BM_Argon2(benchmark::State& state)
+{
+    const auto variant = state.range(0) == 0 ? Argon2Variant::argon2d : Argon2Variant::argon2id;
+    const std::string password = "password";
+    const std::string salt = "somesaltsomesalt";
+    const ByteView pw(reinterpret_cast<const std::uint8_t*>(password.data()), password.size());
+    const ByteView sa(reinterpret_cast<const std::uint8_t*>(salt.data()), salt.size());
+    for (auto _ : state) {
+        const SecureBytes out = argon2Raw(variant, pw, sa, {}, {}, 10, 64 * 1024, 2, 0x13);
+        benchmark::DoNotOptimize(out.data());
+    }
+}
+BENCHMARK(BM_Argon2)->Arg(0)->Arg(1)->ArgName("id")->Unit(benchmark::kMillisecond)->UseRealTime();
+
+} // namespace
