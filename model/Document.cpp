@@ -15,6 +15,27 @@ Document::Document(pugi::xml_document& xml, Clock clock) : xml_(&xml), clock_(st
         clock_ = [] { return std::chrono::system_clock::now(); };
 }
 
+void Document::changed() const noexcept
+{
+    structuralRevision_ = ++revision_;
+    changedEntries_.clear();
+}
+
+void Document::entryChanged(pugi::xml_node entry) const noexcept
+{
+    // Past a few thousand edits a full refresh is as cheap as replaying the list.
+    constexpr std::size_t maxListed = 4096;
+    if (changedEntries_.size() >= maxListed) {
+        changed();
+        return;
+    }
+    try {
+        changedEntries_.emplace_back(++revision_, entry);
+    } catch (...) {
+        changed();
+    }
+}
+
 Time Document::now() const
 {
     return toTime(clock_());

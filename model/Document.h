@@ -9,6 +9,8 @@
 #include <functional>
 #include <optional>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace quillon::model {
 
@@ -31,7 +33,23 @@ public:
     // Moves on every change made through the model, so that anything cached from the tree knows when to
     // refresh. Code that changes the tree directly calls changed() itself.
     std::uint64_t revision() const noexcept { return revision_; }
-    void changed() const noexcept { ++revision_; }
+    // A change that may add, remove or move items, or change anything outside one entry's own children.
+    void changed() const noexcept;
+    // A change confined to the children of one entry (its fields, times, history). Such changes are
+    // listed, so that a cache can refresh only those entries; the list is short-lived and bounded.
+    void entryChanged(pugi::xml_node entry) const noexcept;
+    // Visits, oldest first, the entries changed after revision `since` and returns true; returns false
+    // without visiting when anything other than entry changes happened since then (refresh everything).
+    template <class Visit>
+    bool forEachEntryChangedSince(std::uint64_t since, Visit&& visit) const
+    {
+        if (since < structuralRevision_)
+            return false;
+        for (const auto& [revision, entry] : changedEntries_)
+            if (revision > since)
+                visit(entry);
+        return true;
+    }
 
     pugi::xml_node meta() const;
     pugi::xml_node root() const;
@@ -64,6 +82,8 @@ private:
     pugi::xml_document* xml_;
     Clock clock_;
     mutable std::uint64_t revision_ = 0;
+    mutable std::uint64_t structuralRevision_ = 0;
+    mutable std::vector<std::pair<std::uint64_t, pugi::xml_node>> changedEntries_;
 };
 
 } // namespace quillon::model

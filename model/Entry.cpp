@@ -44,7 +44,7 @@ bool Entry::isFieldProtected(std::string_view name) const
 
 void Entry::setField(std::string_view name, std::string_view text, bool isProtected) const
 {
-    document_->changed();
+    document_->entryChanged(element_);
     auto s = findString(name);
     if (!s) {
         s = pugi::xml_node(element_).append_child("String");
@@ -63,7 +63,7 @@ void Entry::setField(std::string_view name, std::string_view text, bool isProtec
 
 bool Entry::removeField(std::string_view name) const
 {
-    document_->changed();
+    document_->entryChanged(element_);
     bool removed = false;
     while (auto s = findString(name)) {
         pugi::xml_node(element_).remove_child(s);
@@ -117,7 +117,7 @@ std::optional<Time> Entry::expiry() const
 
 void Entry::setExpiry(std::optional<Time> when) const
 {
-    document_->changed();
+    document_->entryChanged(element_);
     auto times = element_.child("Times");
     if (!times)
         return;
@@ -130,7 +130,7 @@ void Entry::setExpiry(std::optional<Time> when) const
 
 void Entry::touch() const
 {
-    document_->changed();
+    document_->entryChanged(element_);
     nodes::stampTime(element_, "LastModificationTime", document_->now());
 }
 

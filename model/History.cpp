@@ -49,14 +49,14 @@ bool keptOnRestore(pugi::xml_node child)
 
 void snapshot(const Entry& entry)
 {
-    entry.document().changed();
+    entry.document().entryChanged(entry.element());
     appendVersion(entry.element());
     prune(entry.element(), entry.document().historyLimit());
 }
 
 void restoreVersion(const Entry& entry, const Entry& version)
 {
-    entry.document().changed();
+    entry.document().entryChanged(entry.element());
     auto e = entry.element();
     // Pruning waits until the copy is done: a small limit could otherwise drop the version being restored.
     appendVersion(e);

@@ -9,6 +9,8 @@ void SearchIndex::clear() noexcept
 {
     text_.wipe();
     spans_.clear();
+    spanOf_.clear();
+    stale_ = 0;
     scope_.reset();
 }
 
@@ -24,8 +26,32 @@ void SearchIndex::rebuild(SearchScope scope)
     for (const auto& entry : top->searchableEntries()) {
         const std::size_t offset = text_.size();
         gather.append(entry.element(), scope, text_);
+        spanOf_.emplace(entry.element().internal_object(), spans_.size());
         spans_.push_back({entry.element(), offset, text_.size() - offset});
     }
+}
+
+bool SearchIndex::refresh()
+{
+    if (revision_ == document_->revision())
+        return true;
+    SearchText gather;
+    const bool onlyEntries = document_->forEachEntryChangedSince(revision_, [&](pugi::xml_node entry) {
+        // Entries outside the index (history versions, unsearchable groups) stay outside it.
+        const auto found = spanOf_.find(entry.internal_object());
+        if (found == spanOf_.end())
+            return;
+        auto& span = spans_[found->second];
+        stale_ += span.size;
+        span.offset = text_.size();
+        gather.append(entry, *scope_, text_);
+        span.size = text_.size() - span.offset;
+    });
+    // Replaced texts pile up at the end; past half the buffer, gathering afresh is cheaper than carrying them.
+    if (!onlyEntries || stale_ > text_.size() / 2)
+        return false;
+    revision_ = document_->revision();
+    return true;
 }
 
 std::vector<Entry> SearchIndex::entriesToList(const std::optional<Group>& selected, std::string_view text,
@@ -34,7 +60,7 @@ std::vector<Entry> SearchIndex::entriesToList(const std::optional<Group>& select
     const SearchQuery query = parseQuery(text, scope);
     if (query.terms.empty())
         return selected ? selected->entries() : std::vector<Entry>{};
-    if (scope_ != scope || revision_ != document_->revision())
+    if (scope_ != scope || !refresh())
         rebuild(scope);
     std::vector<Entry> out;
     const std::string_view all = text_.view();

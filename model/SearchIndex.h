@@ -7,13 +7,16 @@
 
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace quillon::model {
 
 // Walking a large tree on every keystroke costs more than scanning contiguous text, so the texts of one
-// scope are gathered once and reused while Document::revision() stays the same. Every model operation
-// moves the revision; code that changes the tree behind the model's back must call Document::changed().
+// scope are gathered once and reused while the document stays the same. After edits confined to single
+// entries (Document::entryChanged) only those entries are gathered again; any other change made through
+// the model gathers everything on the next search. Code that changes the tree behind the model's back
+// must call Document::changed(), or the index may hold handles on removed elements.
 // Gives exactly what entriesToList gives.
 class SearchIndex {
 public:
@@ -25,6 +28,8 @@ public:
 
 private:
     void rebuild(SearchScope scope);
+    // Gathers again the entries changed since the last search; false when everything must be gathered.
+    bool refresh();
 
     struct Span {
         pugi::xml_node entry;
@@ -34,6 +39,10 @@ private:
     const Document* document_;
     kdbx::SecureBytes text_;
     std::vector<Span> spans_;
+    // Span index by entry element, for refreshing single entries.
+    std::unordered_map<const void*, std::size_t> spanOf_;
+    // Bytes of text_ that no span points at any more.
+    std::size_t stale_ = 0;
     std::optional<SearchScope> scope_;
     std::uint64_t revision_ = 0;
 };

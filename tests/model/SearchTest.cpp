@@ -193,6 +193,17 @@ TEST_F(SearchTest, indexAgreesWithTheLiveTreeAcrossChanges)
         [&] { reorder(entry("tokyo"), entry("paris")); },
         [&] { doc().newEntry(*doc().topGroup(), "new office"); },
         [&] { entry("paris").removeField("Password"); },
+        // Changes inside single entries, which the index picks up entry by entry.
+        [&] { editField(entry("paris"), "Password", "Swordfish"); },
+        [&] { editField(entry("tokyo"), "Notes", "Office in Osaka"); },
+        [&] { restoreVersion(entry("paris"), entry("paris").history().front()); },
+        [&] { entry("paris").history().front().setField("Title", "office in history", false); },
+        [&] { group("hidden").entries().front().setField("Notes", "office hidden", false); },
+        [&] {
+            for (int i = 0; i < 20; ++i)
+                entry("tokyo").setField("UserName", i % 2 ? "tulip office" : "new york", false);
+        },
+        [&] { doc().topGroup()->rename("Top office"); },
     };
     for (const auto& change : changes) {
         change();
