@@ -12,13 +12,8 @@ using namespace quillon;
 
 pugi::xml_document& database()
 {
-    static pugi::xml_document xml;
-    static const bool loaded = [] {
-        test::loadBenchDatabase(xml, {});
-        return true;
-    }();
-    (void)loaded;
-    return xml;
+    static const auto file = test::openedBenchDatabase();
+    return file->document;
 }
 
 void listGroupTitles(benchmark::State& state)

@@ -16,15 +16,14 @@ using namespace quillon;
 
 pugi::xml_document& database(std::size_t entries)
 {
-    static std::map<std::size_t, std::unique_ptr<pugi::xml_document>> cache;
+    static std::map<std::size_t, std::unique_ptr<kdbx::KdbxFile>> cache;
     auto& slot = cache[entries];
     if (!slot) {
-        slot = std::make_unique<pugi::xml_document>();
         test::BenchDatabaseOptions options;
         options.entries = entries;
-        test::loadBenchDatabase(*slot, options);
+        slot = test::openedBenchDatabase(options);
     }
-    return *slot;
+    return slot->document;
 }
 
 // "zebra" sits in one entry in a thousand, so every searchable entry is read and lower-cased.

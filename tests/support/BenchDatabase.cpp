@@ -1,6 +1,7 @@
 #include "tests/support/BenchDatabase.h"
 
 #include "kdbx/Encoding.h"
+#include "kdbx/Identifiers.h"
 #include "kdbx/KdbxTime.h"
 
 #include <array>
@@ -251,8 +252,32 @@ std::string benchDatabaseXml(const BenchDatabaseOptions& options)
 void loadBenchDatabase(pugi::xml_document& document, const BenchDatabaseOptions& options)
 {
     const std::string text = benchDatabaseXml(options);
-    document.load_buffer(text.data(), text.size(), pugi::parse_default | pugi::parse_ws_pcdata | pugi::parse_declaration,
-                         pugi::encoding_utf8);
+    document.load_buffer(text.data(), text.size(), kdbx::xmlParseOptions, pugi::encoding_utf8);
+}
+
+std::unique_ptr<kdbx::KdbxFile> benchDatabase(const BenchDatabaseOptions& options)
+{
+    auto file = kdbx::KdbxFile::newDatabase();
+    auto& kdf = file->header.kdf.entries;
+    kdf["$UUID"] = std::vector<std::uint8_t>(kdbx::kdfArgon2id.begin(), kdbx::kdfArgon2id.end());
+    kdf["M"] = std::uint64_t{options.kdfMemoryKiB * 1024};
+    kdf["I"] = std::uint64_t{options.kdfIterations};
+    kdf["P"] = std::uint32_t{options.kdfParallelism};
+    const std::string text = benchDatabaseXml(options);
+    file->document.load_buffer(text.data(), text.size(), kdbx::xmlParseOptions, pugi::encoding_utf8);
+    return file;
+}
+
+std::vector<std::uint8_t> benchDatabaseFile(const kdbx::Credentials& credentials, const BenchDatabaseOptions& options)
+{
+    return benchDatabase(options)->save(credentials);
+}
+
+std::unique_ptr<kdbx::KdbxFile> openedBenchDatabase(const BenchDatabaseOptions& options)
+{
+    kdbx::Credentials credentials;
+    credentials.password = kdbx::SecureBytes::fromText("bench");
+    return kdbx::KdbxFile::open(benchDatabaseFile(credentials, options), credentials);
 }
 
 std::size_t benchZebraCount(const BenchDatabaseOptions& options)
