@@ -1,0 +1,222 @@
+// Files edited by the model and saved here, read back by keepassxc-cli: the edits, their history, what
+// the model left alone, and deletions that another program's merge must honour.
+#include "kdbx/KdbxFile.h"
+#include "model/Document.h"
+#include "model/Group.h"
+#include "model/History.h"
+#include "model/Moves.h"
+#include "model/RecycleBin.h"
+#include "tests/support/PeerDatabases.h"
+#include "tests/support/Peers.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TestDb.h"
+
+#include <gtest/gtest.h>
+#include <pugixml.hpp>
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+using namespace quillon;
+
+namespace {
+
+const test::PeerCredentials peer; // the helpers' default password
+const std::string password = *peer.password;
+
+std::optional<model::Entry> entryTitled(const model::Document& doc, std::string_view title)
+{
+    for (const auto& e : doc.topGroup()->allEntries())
+        if (e.title() == title)
+            return e;
+    return std::nullopt;
+}
+
+std::optional<model::Group> groupNamed(const model::Document& doc, std::string_view name)
+{
+    for (const auto& g : doc.topGroup()->allGroups())
+        if (g.name() == name)
+            return g;
+    return std::nullopt;
+}
+
+std::string field(pugi::xml_node entry, std::string_view key)
+{
+    for (const auto s : entry.children("String"))
+        if (key == s.child_value("Key"))
+            return s.child_value("Value");
+    return "(missing)";
+}
+
+// KeePassXC's own reading of the file, as plain XML.
+void exportXml(const std::filesystem::path& db, pugi::xml_document& out)
+{
+    const auto exported = test::keepassxcOn("export", db, peer, {}, {"-f", "xml"});
+    ASSERT_EQ(exported.exitCode, 0) << exported.err;
+    ASSERT_TRUE(out.load_string(exported.out.c_str()));
+}
+
+std::string listAll(const std::filesystem::path& db)
+{
+    const auto listed = test::keepassxcOn("ls", db, peer, {}, {"-R"});
+    EXPECT_EQ(listed.exitCode, 0) << listed.err;
+    return listed.out;
+}
+
+bool lists(const std::string& listing, const std::string& name)
+{
+    std::size_t at = 0;
+    while ((at = listing.find(name, at)) != std::string::npos) {
+        const bool lineStart = at == 0 || listing[at - 1] == '\n' || listing[at - 1] == ' ';
+        const std::size_t end = at + name.size();
+        const bool lineEnd = end == listing.size() || listing[end] == '\n' || listing[end] == '/';
+        if (lineStart && lineEnd)
+            return true;
+        at = end;
+    }
+    return false;
+}
+
+// Tags, an auto-type sequence and a CustomData item: elements the model reads nothing of.
+const char* decorate = R"PY(
+import sys
+from lxml import etree
+from pykeepass import PyKeePass
+kp = PyKeePass(sys.argv[1], password=sys.argv[2])
+e = kp.find_entries(title='Mail', first=True)
+e.tags = ['work', 'mail']
+e.autotype_sequence = '{USERNAME}{TAB}{TAB}{PASSWORD}{ENTER}'
+item = etree.SubElement(etree.SubElement(e._element, 'CustomData'), 'Item')
+etree.SubElement(item, 'Key').text = 'peer.key'
+etree.SubElement(item, 'Value').text = 'peer value'
+kp.save()
+)PY";
+
+TEST(ModelInterop, keepassxcSeesEditsHistoryAndUntouchedElements)
+{
+    QUILLON_REQUIRE_PEER(test::keepassxcCli(), "keepassxc-cli");
+    QUILLON_REQUIRE_PEER(test::pykeepassPython(), "pykeepass");
+    test::TempDir tmp;
+    const auto db = tmp / "edited.kdbx";
+    test::PeerDatabase spec;
+    spec.groups = {"Email", "Old"};
+    spec.entries = {{"Email", "Mail", "alice", "old-pw", "https://mail.example", "first notes", {{"Account", "A-1"}}},
+                    {"", "Bank", "bob", "bank-pw", "https://bank.example", ""},
+                    {"Old", "Stale", "carol", "stale-pw", "", ""}};
+    const auto made = test::makePykeepassDatabase(db, spec);
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+    const auto decorated = test::pykeepass(decorate, {db.string(), password});
+    ASSERT_EQ(decorated.exitCode, 0) << decorated.err;
+
+    const auto file = kdbx::KdbxFile::open(test::readFile(db), test::passwordOnly(password));
+    const model::Document doc(file->document);
+    auto mail = entryTitled(doc, "Mail");
+    auto bank = entryTitled(doc, "Bank");
+    auto stale = entryTitled(doc, "Stale");
+    auto email = groupNamed(doc, "Email");
+    ASSERT_TRUE(mail && bank && stale && email);
+    const std::string mailUuid(mail->uuid());
+    EXPECT_TRUE(model::editField(*mail, "Title", "Webmail"));
+    EXPECT_TRUE(model::editField(*mail, "Password", "new-pw ✓"));
+    EXPECT_FALSE(model::editField(*mail, "Password", "new-pw ✓"));
+    doc.newEntry(*email, "Added ✓").setField("UserName", "dave", false);
+    EXPECT_TRUE(model::moveEntry(*bank, *email));
+    EXPECT_EQ(model::deleteEntry(*stale), model::DeleteResult::movedToBin);
+    test::writeFile(db, file->save(test::passwordOnly(password)));
+
+    const std::string listing = listAll(db);
+    for (const char* shown : {"Email", "Webmail", "Added ✓", "Bank", "Recycle Bin", "Stale", "Old"})
+        EXPECT_TRUE(lists(listing, shown)) << shown << " in\n" << listing;
+    EXPECT_FALSE(lists(listing, "Mail")) << listing;
+    const auto moved = test::keepassxcOn("show", db, peer, {"Email/Bank"}, {"-s", "-a", "Password"});
+    EXPECT_EQ(moved.out, "bank-pw\n") << moved.err;
+    const auto binned = test::keepassxcOn("show", db, peer, {"Recycle Bin/Stale"}, {"-a", "UserName"});
+    EXPECT_EQ(binned.out, "carol\n") << binned.err;
+
+    pugi::xml_document theirs;
+    ASSERT_NO_FATAL_FAILURE(exportXml(db, theirs));
+    const auto found = theirs.select_nodes(("//Entry[UUID='" + mailUuid + "'][not(ancestor::History)]").c_str());
+    ASSERT_EQ(found.size(), 1u);
+    const auto entry = found.first().node();
+    EXPECT_EQ(field(entry, "Title"), "Webmail");
+    EXPECT_EQ(field(entry, "Password"), "new-pw ✓");
+    EXPECT_EQ(field(entry, "UserName"), "alice");
+    EXPECT_EQ(field(entry, "Account"), "A-1");
+    // Oldest first: the state before the title edit, then the one before the password edit.
+    std::vector<pugi::xml_node> versions;
+    for (const auto v : entry.child("History").children("Entry"))
+        versions.push_back(v);
+    ASSERT_EQ(versions.size(), 2u);
+    EXPECT_EQ(field(versions[0], "Title"), "Mail");
+    EXPECT_EQ(field(versions[0], "Password"), "old-pw");
+    EXPECT_EQ(field(versions[1], "Title"), "Webmail");
+    EXPECT_EQ(field(versions[1], "Password"), "old-pw");
+    for (const auto v : versions) {
+        EXPECT_EQ(std::string(v.child_value("UUID")), mailUuid);
+        EXPECT_FALSE(v.child("History"));
+        EXPECT_EQ(std::string(v.child("AutoType").child_value("DefaultSequence")), "{USERNAME}{TAB}{TAB}{PASSWORD}{ENTER}");
+    }
+    const std::string tags = entry.child_value("Tags");
+    EXPECT_NE(tags.find("work"), std::string::npos) << tags;
+    EXPECT_NE(tags.find("mail"), std::string::npos) << tags;
+    EXPECT_EQ(std::string(entry.child("AutoType").child_value("DefaultSequence")), "{USERNAME}{TAB}{TAB}{PASSWORD}{ENTER}");
+    EXPECT_EQ(std::string(entry.select_node("CustomData/Item[Key='peer.key']/Value").node().child_value()), "peer value");
+}
+
+// Groups and entries that the model deletes for good are gone for keepassxc-cli, and KeePassXC reads
+// their deletion records as records (it writes them back in its own export). Its command-line merge
+// applies deletion records only in a synchronising mode the command line cannot select, so the merge
+// check lives with a library whose merge always applies them.
+TEST(ModelInterop, keepassxcReadsDeletionRecords)
+{
+    QUILLON_REQUIRE_PEER(test::keepassxcCli(), "keepassxc-cli");
+    QUILLON_REQUIRE_PEER(test::pykeepassPython(), "pykeepass");
+    test::TempDir tmp;
+    const auto db = tmp / "deleted.kdbx";
+    test::PeerDatabase spec;
+    spec.groups = {"Old", "Old/Inner", "Keep"};
+    spec.entries = {{"Old", "Alpha", "a", "pa", "", ""},
+                    {"Old/Inner", "Beta", "b", "pb", "", ""},
+                    {"Keep", "Gamma", "c", "pc", "", ""},
+                    {"", "Delta", "d", "pd", "", ""}};
+    const auto made = test::makePykeepassDatabase(db, spec);
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+
+    const auto file = kdbx::KdbxFile::open(test::readFile(db), test::passwordOnly(password));
+    const model::Document doc(file->document);
+    auto old = groupNamed(doc, "Old");
+    auto delta = entryTitled(doc, "Delta");
+    ASSERT_TRUE(old && delta);
+    std::vector<std::string> removed{std::string(old->uuid()), std::string(delta->uuid())};
+    for (const auto& g : old->allGroups())
+        removed.emplace_back(g.uuid());
+    for (const auto& e : old->allEntries())
+        removed.emplace_back(e.uuid());
+    ASSERT_EQ(removed.size(), 5u);
+    EXPECT_EQ(model::deleteGroup(*old), model::DeleteResult::movedToBin);
+    EXPECT_EQ(model::deleteEntry(*delta), model::DeleteResult::movedToBin);
+    EXPECT_EQ(model::emptyBin(doc), model::DeleteResult::deletedPermanently);
+    test::writeFile(db, file->save(test::passwordOnly(password)));
+
+    const std::string listing = listAll(db);
+    for (const char* name : {"Old", "Inner", "Alpha", "Beta", "Delta"})
+        EXPECT_FALSE(lists(listing, name)) << name << " in\n" << listing;
+    EXPECT_TRUE(lists(listing, "Gamma")) << listing;
+    EXPECT_TRUE(lists(listing, "Recycle Bin")) << listing;
+
+    pugi::xml_document theirs;
+    ASSERT_NO_FATAL_FAILURE(exportXml(db, theirs));
+    std::vector<std::string> recorded;
+    for (const auto record : theirs.child("KeePassFile").child("Root").child("DeletedObjects").children("DeletedObject")) {
+        recorded.emplace_back(record.child_value("UUID"));
+        EXPECT_TRUE(record.child("DeletionTime"));
+    }
+    std::sort(removed.begin(), removed.end());
+    std::sort(recorded.begin(), recorded.end());
+    EXPECT_EQ(recorded, removed);
+}
+
+} // namespace
