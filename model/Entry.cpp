@@ -66,7 +66,7 @@ bool Entry::removeField(std::string_view name) const
     document_->entryChanged(element_);
     bool removed = false;
     while (auto s = findString(name)) {
-        pugi::xml_node(element_).remove_child(s);
+        nodes::remove(s);
         removed = true;
     }
     if (removed)

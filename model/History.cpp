@@ -30,7 +30,7 @@ void prune(pugi::xml_node entry, std::optional<std::size_t> limit)
     for ([[maybe_unused]] const auto v : history.children("Entry"))
         ++count;
     while (count > *limit) {
-        history.remove_child(history.child("Entry"));
+        nodes::remove(history.child("Entry"));
         --count;
     }
 }
@@ -63,7 +63,7 @@ void restoreVersion(const Entry& entry, const Entry& version)
     for (auto child = e.first_child(); child;) {
         const auto next = child.next_sibling();
         if (!keptOnRestore(child))
-            e.remove_child(child);
+            nodes::remove(child);
         child = next;
     }
     for (const auto child : version.element().children())

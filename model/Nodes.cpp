@@ -52,6 +52,26 @@ void stampTime(pugi::xml_node item, const char* timeName, Time t)
     childOrAppend(times, timeName).text().set(text.c_str());
 }
 
+void remove(pugi::xml_node node)
+{
+    auto parent = node.parent();
+    if (!parent)
+        return;
+    auto n = node;
+    while (true) {
+        if (const auto child = n.last_child()) {
+            n = child;
+            continue;
+        }
+        if (n == node)
+            break;
+        auto up = n.parent();
+        up.remove_child(n);
+        n = up;
+    }
+    parent.remove_child(node);
+}
+
 bool isNamed(pugi::xml_node node, const char* name) noexcept
 {
     return node.type() == pugi::node_element && std::strcmp(node.name(), name) == 0;

@@ -24,6 +24,10 @@ std::optional<Time> childTime(pugi::xml_node item, const char* timeName);
 // Writes Times/<name>; an item with no Times is left alone.
 void stampTime(pugi::xml_node item, const char* timeName, Time t);
 
+// Detaches and frees the node with everything below it. pugixml frees a subtree recursively, so it is taken
+// apart from the leaves up instead: a hostile file may nest elements deeper than a small stack allows.
+void remove(pugi::xml_node node);
+
 bool isNamed(pugi::xml_node node, const char* name) noexcept;
 // True when ancestor is node or lies above it.
 bool isSelfOrAncestor(pugi::xml_node ancestor, pugi::xml_node node) noexcept;

@@ -75,24 +75,6 @@ void appendDeletionRecord(pugi::xml_node deleted, std::string_view uuid, Time wh
     record.append_child("DeletionTime").text().set(stamp.c_str());
 }
 
-// pugixml frees a subtree recursively; taking it apart leaf by leaf keeps deep nesting off the stack.
-void removeSubtree(pugi::xml_node item)
-{
-    auto node = item;
-    while (true) {
-        if (auto child = node.first_child()) {
-            node = child;
-            continue;
-        }
-        if (node == item)
-            break;
-        auto parent = node.parent();
-        parent.remove_child(node);
-        node = parent;
-    }
-    item.parent().remove_child(item);
-}
-
 void deleteNodePermanently(const Document& document, pugi::xml_node item)
 {
     document.changed();
@@ -121,7 +103,7 @@ void deleteNodePermanently(const Document& document, pugi::xml_node item)
         for (const auto& uuid : uuids)
             appendDeletionRecord(deleted, uuid, when);
     }
-    removeSubtree(item);
+    nodes::remove(item);
 }
 
 bool restoreNode(const Document& document, pugi::xml_node item)
@@ -139,7 +121,7 @@ bool restoreNode(const Document& document, pugi::xml_node item)
     target->element().append_move(item);
     nodes::stampTime(item, "LocationChanged", document.now());
     while (auto previous = item.child("PreviousParentGroup"))
-        item.remove_child(previous);
+        nodes::remove(previous);
     return true;
 }
 

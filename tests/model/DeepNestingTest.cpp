@@ -1,6 +1,7 @@
 #include "kdbx/Encoding.h"
 #include "model/Document.h"
 #include "model/Group.h"
+#include "model/History.h"
 #include "model/RecycleBin.h"
 #include "model/Search.h"
 
@@ -88,6 +89,47 @@ TEST(DeepNesting, walksSearchAndDeletesWithoutRecursion)
     EXPECT_EQ(emptied, DeleteResult::deletedPermanently);
     EXPECT_EQ(records, depth + depth / 1000);
     EXPECT_EQ(doc.topGroup()->allGroups().size(), 1u); // only the bin is left
+}
+
+// An entry whose unknown element, custom field and PreviousParentGroup each hold elements nested `depth`
+// deep. Editing copies and removes such subtrees; none of that may recurse once per level.
+std::string deepEntryXml()
+{
+    std::string deep;
+    for (std::size_t i = 0; i < depth; ++i)
+        deep += "<X>";
+    deep += "core";
+    for (std::size_t i = 0; i < depth; ++i)
+        deep += "</X>";
+    return "<KeePassFile><Meta><HistoryMaxItems>1</HistoryMaxItems></Meta><Root><Group><UUID>" + uuidText(0) +
+           "</UUID><Name>Top</Name><Group><UUID>" + uuidText(1) + "</UUID><Name>Old</Name></Group><Entry><UUID>" +
+           uuidText(2) + "</UUID><Times/><String><Key>Title</Key><Value>zero</Value></String><String><Key>Junk</Key>" +
+           "<Value>v</Value>" + deep + "</String><Hostile>" + deep + "</Hostile><PreviousParentGroup>" +
+           uuidText(1) + deep + "</PreviousParentGroup></Entry></Group></Root></KeePassFile>";
+}
+
+TEST(DeepNesting, editsCopyAndRemoveDeepElementsWithoutRecursion)
+{
+    pugi::xml_document xml;
+    ASSERT_TRUE(xml.load_string(deepEntryXml().c_str(), pugi::parse_default | pugi::parse_ws_pcdata));
+    const Document doc(xml);
+    const Entry entry = *doc.findEntry(uuidText(2));
+    bool restored = false;
+    onSmallStack([&] {
+        editField(entry, "Title", "one");       // a version holding copies of the deep elements
+        editField(entry, "Title", "two");       // the limit of one drops the first version
+        restoreVersion(entry, entry.history().front()); // replaces the entry's deep elements with the version's
+        entry.removeField("Junk");
+        restored = restore(entry);              // drops the deep PreviousParentGroup
+    });
+    EXPECT_EQ(entry.title(), "one");
+    ASSERT_EQ(entry.history().size(), 1u);
+    EXPECT_EQ(entry.history().front().title(), "two");
+    EXPECT_EQ(entry.field("Junk"), std::nullopt);
+    EXPECT_TRUE(restored);
+    EXPECT_EQ(entry.parent()->name(), "Old");
+    EXPECT_FALSE(entry.element().child("PreviousParentGroup"));
+    EXPECT_TRUE(entry.element().child("Hostile").child("X"));
 }
 
 } // namespace
