@@ -20,7 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The folder and every missing folder above it, each 0700.
+// The folder and every missing folder above it, each 0700; the folder itself is made 0700 if it was already there
+// with wider permissions, since it holds every backup of one database.
 bool makeFolders(const fs::path& folder)
 {
     std::vector<fs::path> missing;
@@ -35,7 +36,9 @@ bool makeFolders(const fs::path& folder)
     for (auto it = missing.rbegin(); it != missing.rend(); ++it)
         if (posix::mkdir(*it, 0700) != 0 && errno != EEXIST)
             return false;
-    return posix::stat(folder, info) == 0 && S_ISDIR(info.st_mode);
+    if (posix::stat(folder, info) != 0 || !S_ISDIR(info.st_mode))
+        return false;
+    return (info.st_mode & 07777) == 0700 || posix::chmod(folder, 0700) == 0;
 }
 
 bool copyFile(const fs::path& from, const fs::path& to)

@@ -49,6 +49,7 @@ std::string_view callName(Call call) noexcept
     case Call::write: return "write";
     case Call::fsync: return "fsync";
     case Call::fchmod: return "fchmod";
+    case Call::chmod: return "chmod";
     case Call::fstat: return "fstat";
     case Call::access: return "access";
     case Call::stat: return "stat";
@@ -102,6 +103,11 @@ ssize_t write(int fd, const void* buffer, std::size_t size)
 int fsync(int fd) { return allowed(Call::fsync) ? ::fsync(fd) : -1; }
 
 int fchmod(int fd, mode_t mode) { return allowed(Call::fchmod) ? ::fchmod(fd, mode) : -1; }
+
+int chmod(const std::filesystem::path& path, mode_t mode)
+{
+    return allowed(Call::chmod) ? ::chmod(path.c_str(), mode) : -1;
+}
 
 int fstat(int fd, struct ::stat& out) { return allowed(Call::fstat) ? ::fstat(fd, &out) : -1; }
 

@@ -23,6 +23,7 @@ enum class Call : std::uint8_t {
     write,
     fsync,
     fchmod,
+    chmod,
     fstat,
     access,
     stat,
@@ -52,6 +53,7 @@ ssize_t pread(int fd, void* buffer, std::size_t size, off_t offset);
 ssize_t write(int fd, const void* buffer, std::size_t size);
 int fsync(int fd);
 int fchmod(int fd, mode_t mode);
+int chmod(const std::filesystem::path& path, mode_t mode);
 int fstat(int fd, struct ::stat& out);
 // faccessat(2) with the effective user and group, as the kernel checks a write.
 int access(const std::filesystem::path& path, int mode);

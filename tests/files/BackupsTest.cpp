@@ -130,6 +130,11 @@ TEST(Backups, sevenRunsKeepTheFiveNewestInPrivateFolders)
     }
     for (const auto& folder : {dir / "data", dir / "data" / "Quillon", root, backups.backupFolder(database)})
         EXPECT_EQ(modeOf(folder), 0700) << folder;
+
+    // A folder left open to others (restored by hand, say) is closed again by the next backup.
+    ASSERT_EQ(::chmod(backups.backupFolder(database).c_str(), 0755), 0);
+    ASSERT_TRUE(backups.makeBackup(database));
+    EXPECT_EQ(modeOf(backups.backupFolder(database)), 0700);
 }
 
 TEST(Backups, aFailedOrDisabledBackupNeverStopsTheSaveAndIsNotRetried)
