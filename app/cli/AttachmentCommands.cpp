@@ -57,7 +57,8 @@ int attachmentImport(Invocation& call)
                 before = child;
                 break;
             }
-        existing = before ? entry.element().insert_child_before("Binary", before) : entry.element().append_child("Binary");
+        existing = before ? entry.element().insert_child_before("Binary", before)
+                          : entry.element().append_child("Binary");
         existing.append_child("Key").text().set(name.c_str());
         existing.append_child("Value");
     }

@@ -155,7 +155,8 @@ int show(Invocation& call)
     if (const auto wanted = call.options.values("attribute"); !wanted.empty()) {
         kdbx::SecureBytes text;
         for (const auto& name : wanted) {
-            const auto it = std::find_if(fields.begin(), fields.end(), [&](const FieldView& f) { return f.name == name; });
+            const auto it =
+                std::find_if(fields.begin(), fields.end(), [&](const FieldView& f) { return f.name == name; });
             if (it == fields.end())
                 throw Failure(entryPath(entry) + " has no field " + name + ".");
             if (it->isProtected && !reveal)
@@ -213,7 +214,8 @@ int show(Invocation& call)
         time("expires", expires);
         j.field("historyVersions", static_cast<std::uint64_t>(history));
         if (otp) {
-            j.key("totp").beginObject().field("code", otp->code.view()).field("secondsLeft", otp->secondsLeft).endObject();
+            j.key("totp").beginObject().field("code", otp->code.view()).field("secondsLeft", otp->secondsLeft);
+            j.endObject();
         }
         j.endObject();
         writeJson(call, j);
@@ -336,7 +338,8 @@ void addBrowseCommands(std::vector<CommandSpec>& table)
                      "searching turned off and history versions are never searched."});
     table.push_back({"totp", "DATABASE ENTRY", "Print the entry's current one-time password.",
                      withOptions({credentialOptions(),
-                                  {{"seconds-left", 0, {}, "also print the seconds until it changes, on standard error"}}}),
+                                  {{"seconds-left", 0, {},
+                                    "also print the seconds until it changes, on standard error"}}}),
                      2, 2, totp});
 }
 

@@ -66,8 +66,8 @@ void applySettings(const Settings& s, kdbx::OuterHeader& header)
     auto& kdf = header.kdf.entries;
     if (s.kdf) {
         const auto* current = header.kdf.get<std::vector<std::uint8_t>>("$UUID");
-        const bool wasArgon2 =
-            current && (kdbx::isIdentifier(*current, kdbx::kdfArgon2id) || kdbx::isIdentifier(*current, kdbx::kdfArgon2d));
+        const bool wasArgon2 = current && (kdbx::isIdentifier(*current, kdbx::kdfArgon2id) ||
+                                           kdbx::isIdentifier(*current, kdbx::kdfArgon2d));
         kdf["$UUID"] = std::vector<std::uint8_t>(s.kdf->begin(), s.kdf->end());
         // Coming from another function, start from the recommended Argon2 parameters.
         if (!wasArgon2) {
@@ -204,7 +204,8 @@ void addDatabaseCommands(std::vector<CommandSpec>& table)
                      "The password is asked twice on the terminal, or read once from standard input with\n"
                      "--password-stdin. --key-file names an existing key file (see keyfile-create). Defaults:\n"
                      "AES-256, Argon2id with 64 MiB, 10 passes and 2 lanes. An existing file is never replaced."});
-    table.push_back({"db-edit", "DATABASE", "Change a database's password, key file, cipher, key derivation or history limit.",
+    table.push_back({"db-edit", "DATABASE",
+                     "Change a database's password, key file, cipher, key derivation or history limit.",
                      withOptions({credentialOptions(), settingOptions(),
                                   {{"set-password", 0, {}, "set a new password (asked like the current one, after it)"},
                                    {"remove-password", 0, {}, "unlock with the key file alone from now on"},

@@ -18,7 +18,8 @@ const std::vector<OptionSpec>& entryFieldOptions()
         {"username", 'u', "TEXT", "the user name"},
         {"url", 0, "URL", "the URL"},
         {"notes", 0, "TEXT", "the notes"},
-        {"password-prompt", 'p', {}, "ask for the entry's password (the next line of standard input with --password-stdin)"},
+        {"password-prompt", 'p', {},
+         "ask for the entry's password (the next line of standard input with --password-stdin)"},
         {"generate", 'g', {}, "give the entry a generated password"},
         {"length", 'L', "N", "length of the generated password (default 20, kept within 4..1024)"},
     };
