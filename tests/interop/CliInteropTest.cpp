@@ -62,7 +62,8 @@ TEST(CliInterop, readsWhatPykeepassMadeAndKeepassxcChanged)
     ASSERT_EQ(made.exitCode, 0) << made.err;
     writeFile(dir / "note.txt", std::string_view("attached by keepassxc"));
     for (const auto& change : {
-             keepassxcOn("add", db, spec.credentials, {"Web/Shop"}, {"-u", "carol", "-p"}, "shop-secret\nshop-secret\n"),
+             keepassxcOn("add", db, spec.credentials, {"Web/Shop"}, {"-u", "carol", "-p"},
+                         "shop-secret\nshop-secret\n"),
              keepassxcOn("mkdir", db, spec.credentials, {"Servers"}),
              keepassxcOn("edit", db, spec.credentials, {"Web/Forum"}, {"-u", "alice2"}),
              keepassxcOn("attachment-import", db, spec.credentials, {"Bank", "note.txt", (dir / "note.txt").string()}),
@@ -127,6 +128,31 @@ TEST(CliInterop, readsWhatPykeepassMadeAndKeepassxcChanged)
     const auto wrong = cli({"ls", "--password-stdin", db}, "passw0rd\n");
     EXPECT_EQ(wrong.exitCode, 1);
     EXPECT_EQ(wrong.err, "Wrong password or key file.\n");
+
+    // Changes to the peers' file, read back by both.
+    for (const auto& step : {
+             cli({"edit", "--password-stdin", "-p", "--url", "https://forum.example/new", db, "Web/Forum"},
+                 stdinPassword + "forum-2\n"),
+             cli({"add", "--password-stdin", "-u", "dave", db, "Servers/db1"}),
+             cli({"mkdir", "--password-stdin", db, "Servers/Old"}),
+             cli({"mv", "--password-stdin", db, "Web/Shop", "Servers/Old"}),
+             cli({"rm", "--password-stdin", db, "Web/Mail/"}),
+             cli({"attachment-import", "--password-stdin", db, "Servers/db1", "n.txt", (dir / "note.txt").string()}),
+             cli({"db-edit", "--password-stdin", "--kdf", "argon2id", "--iterations", "1", db}),
+         })
+        ASSERT_EQ(step.exitCode, 0) << step.err;
+    const auto forum = keepassxcOn("show", db, spec.credentials, {"Web/Forum"}, {"-s", "-a", "Password", "-a", "URL"});
+    EXPECT_EQ(forum.out, "forum-2\nhttps://forum.example/new\n");
+    const auto kdf = keepassxcOn("db-info", db, spec.credentials);
+    EXPECT_THAT(kdf.out, HasSubstr("KDF: Argon2id (1 rounds, 1024 KB)\n"));
+    const auto read = pykeepass(readScript, {db, password});
+    ASSERT_EQ(read.exitCode, 0) << read.err;
+    EXPECT_THAT(read.out, HasSubstr("\n['Recycle Bin', 'Recycle Bin/Mail', 'Servers', 'Servers/Old', 'Web']\n"));
+    EXPECT_THAT(read.out, HasSubstr("\nRecycle Bin/Mail/Inbox|al|mail-secret||0\n"));
+    EXPECT_THAT(read.out, HasSubstr("\nServers/Old/Shop|carol|shop-secret||0\n"));
+    // pykeepass reads an empty password as None.
+    EXPECT_THAT(read.out, HasSubstr("\nServers/db1|dave|None|n.txt=attached by keepassxc|1\n"));
+    EXPECT_THAT(read.out, HasSubstr("\nWeb/Forum|alice2|forum-2||2\n"));
 }
 
 TEST(CliInterop, whatQuillonWritesOpensInKeepassxcAndPykeepass)
