@@ -30,6 +30,9 @@ public:
     void wipe() noexcept;
 
 private:
+    // Tests look at the bytes as memory holds them.
+    friend struct MaskedCredentialsInspector;
+
     struct Masked {
         kdbx::SecureBytes bytes;
         kdbx::SecureBytes pad;

@@ -3,18 +3,15 @@
 
 #include "kdbx/CompositeKey.h"
 #include "kdbx/SecureBytes.h"
+#include "lock/DuressRules.h"
 #include "lock/MaskedCredentials.h"
 #include "lock/PINLock.h"
 #include "lock/UnlockMode.h"
 
-#include <functional>
 #include <optional>
 #include <string>
 
 namespace quillon::lock {
-
-// Whether a text is the duress password (the record lives in the preferences, above this layer).
-using DuressTest = std::function<bool(kdbx::ByteView text)>;
 
 // What the PIN screen does with an entry.
 struct PINDecision {
@@ -46,6 +43,14 @@ struct PINFailure {
 // only as long as the process and the window's location.
 class PINGate {
 public:
+    PINGate() = default;
+    PINGate(PINGate&&) noexcept = default;
+    PINGate& operator=(PINGate&&) noexcept = default;
+    PINGate(const PINGate&) = delete;
+    PINGate& operator=(const PINGate&) = delete;
+    // A window that goes away takes its PIN lock and held credentials with it, wiped.
+    ~PINGate() { retire(); }
+
     // The hint that refuses a candidate PIN, or none when it may be used.
     static std::optional<std::string> refusal(kdbx::ByteView pin, const DuressTest& isDuress);
     static std::string wrongTriesHint(int triesLeft);

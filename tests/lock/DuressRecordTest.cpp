@@ -1,5 +1,6 @@
 #include "kdbx/Encoding.h"
 #include "lock/DuressRecord.h"
+#include "lock/DuressRules.h"
 
 #include <gtest/gtest.h>
 
@@ -55,6 +56,34 @@ TEST(DuressRecord, malformedRecordsNeverMatch)
     broken.push_back(flipped);
     for (const auto& bad : broken)
         EXPECT_FALSE(DuressRecord::check(bad, bytes("pw"))) << bad.size() << " bytes";
+}
+
+TEST(DuressRules, theDecoyReplacesOnlyAWrongCredentialsFailure)
+{
+    const auto record = DuressRecord::make(bytes("help me"));
+    int checks = 0;
+    const lock::DuressTest counted = [&](ByteView text) {
+        ++checks;
+        return DuressRecord::check(record, text);
+    };
+    EXPECT_TRUE(lock::decoyInstead(true, bytes("help me"), counted));
+    EXPECT_FALSE(lock::decoyInstead(true, bytes("help m"), counted));
+    EXPECT_EQ(checks, 2);
+    // A damaged file is reported as it is, without even the slow check; no duress password, no decoy.
+    EXPECT_FALSE(lock::decoyInstead(false, bytes("help me"), counted));
+    EXPECT_EQ(checks, 2);
+    EXPECT_FALSE(lock::decoyInstead(true, bytes("help me"), nullptr));
+}
+
+TEST(DuressRules, theDuressPasswordCannotBecomeADatabasePassword)
+{
+    const auto record = DuressRecord::make(bytes("help me"));
+    const lock::DuressTest isDuress = [&](ByteView text) { return DuressRecord::check(record, text); };
+    EXPECT_EQ(lock::newPasswordRefusal(bytes("help me"), isDuress),
+              "That's the duress password. Choose a different one.");
+    EXPECT_FALSE(lock::newPasswordRefusal(bytes("help me!"), isDuress));
+    EXPECT_FALSE(lock::newPasswordRefusal(bytes(""), isDuress));
+    EXPECT_FALSE(lock::newPasswordRefusal(bytes("help me"), nullptr));
 }
 
 } // namespace

@@ -9,6 +9,18 @@
 using namespace quillon;
 using quillon::kdbx::ByteView;
 
+namespace quillon::lock {
+
+// What memory holds for the password: the masked bytes and their pad.
+struct MaskedCredentialsInspector {
+    static std::pair<ByteView, ByteView> password(const MaskedCredentials& held)
+    {
+        return {held.password_->bytes.span(), held.password_->pad.span()};
+    }
+};
+
+} // namespace quillon::lock
+
 namespace {
 
 ByteView bytes(std::string_view text)
@@ -106,6 +118,32 @@ TEST(MaskedCredentials, revealGivesBackWhatWasStoredAndWipeForgetsIt)
     EXPECT_FALSE(held.holds());
     EXPECT_EQ(held.storedBytes(), 0u);
     EXPECT_FALSE(held.reveal());
+}
+
+// Neither buffer that stays in memory shows the password, and storing it again draws a new pad.
+TEST(MaskedCredentials, memoryNeverHoldsThePlainPassword)
+{
+    const std::string plain(64, 'A');
+    kdbx::Credentials credentials;
+    credentials.password = kdbx::SecureBytes::fromText(plain);
+    lock::MaskedCredentials held;
+    held.store(credentials);
+    const auto [masked, pad] = lock::MaskedCredentialsInspector::password(held);
+    ASSERT_EQ(masked.size(), plain.size());
+    ASSERT_EQ(pad.size(), plain.size());
+    // 64 random pad bytes: a byte that equals the plain one (1 in 256) is expected now and then, but not
+    // more than a handful.
+    std::size_t sameAsPlain = 0;
+    for (std::size_t i = 0; i < plain.size(); ++i) {
+        sameAsPlain += masked[i] == static_cast<std::uint8_t>(plain[i]);
+        EXPECT_EQ(masked[i] ^ pad[i], static_cast<std::uint8_t>(plain[i]));
+    }
+    EXPECT_LT(sameAsPlain, 8u);
+    const std::vector<std::uint8_t> first(masked.begin(), masked.end());
+
+    held.store(credentials);
+    const auto again = lock::MaskedCredentialsInspector::password(held).first;
+    EXPECT_NE(first, std::vector<std::uint8_t>(again.begin(), again.end()));
 }
 
 } // namespace
