@@ -36,4 +36,27 @@ TEST(Layering, coreFoldersIncludeNoQtHeader)
     EXPECT_GT(scanned, 0);
 }
 
+// Qt Core's include path reaches the other modules' folders too, so only a look at the includes keeps
+// the application state from drawing.
+TEST(Layering, stateIncludesNothingFromQtGuiOrWidgets)
+{
+    const std::filesystem::path root = QUILLON_SOURCE_DIR;
+    const std::regex guiInclude(R"(^\s*#\s*include\s*[<"]Qt(Gui|Widgets|OpenGL|Svg)[/>"])");
+    int scanned = 0;
+    for (const auto& item : std::filesystem::recursive_directory_iterator(root / "state")) {
+        const auto ext = item.path().extension();
+        if (ext != ".h" && ext != ".cpp")
+            continue;
+        ++scanned;
+        std::ifstream in(item.path());
+        std::string line;
+        int number = 0;
+        while (std::getline(in, line)) {
+            ++number;
+            EXPECT_FALSE(std::regex_search(line, guiInclude)) << item.path() << ":" << number << ": " << line;
+        }
+    }
+    EXPECT_GT(scanned, 0);
+}
+
 } // namespace
