@@ -1,4 +1,5 @@
 #include "state/Preferences.h"
+#include "state/Session.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -6,6 +7,9 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <random>
+
+#include <stdlib.h>
 #include <sys/stat.h>
 
 using namespace quillon;
@@ -38,6 +42,26 @@ TEST(Preferences, anEmptyStoreReadsAsTheDefaults)
     EXPECT_FALSE(prefs.lastDatabasePath());
     EXPECT_FALSE(prefs.lastKeyFilePath());
     EXPECT_FALSE(prefs.hasDuressPassword());
+}
+
+// The real store, moved under a temporary XDG_CONFIG_HOME: nothing is created by reading, and the first
+// write makes a private file in a private folder.
+TEST(Preferences, theUsersStoreIsQuillonsOwnAndPrivate)
+{
+    test::TempDir dir;
+    const auto config = dir / "config";
+    ASSERT_EQ(::setenv("XDG_CONFIG_HOME", config.c_str(), 1), 0);
+    Preferences prefs;
+    ::unsetenv("XDG_CONFIG_HOME");
+    const auto expected = config / "Quillon" / "Quillon.conf";
+    // Stop before any write could reach the real user's store.
+    ASSERT_EQ(prefs.fileName(), qpath(expected));
+    EXPECT_EQ(prefs.idleLockMinutes(), 10);
+    EXPECT_FALSE(std::filesystem::exists(config));
+    prefs.setWrapNotes(false);
+    EXPECT_EQ(modeOf(expected), 0600u);
+    EXPECT_EQ(modeOf(expected.parent_path()), 0700u);
+    EXPECT_FALSE(Preferences(qpath(expected)).wrapNotes());
 }
 
 TEST(Preferences, valuesSurviveAReopenAndTheFileIsPrivate)
@@ -165,6 +189,36 @@ TEST(Preferences, rememberedKeyFileOnlyForTheLastDatabaseHoweverReached)
     EXPECT_EQ(prefs.rememberedKeyFile(qpath(dir / "db.kdbx")), QStringLiteral("/keys/db.key"));
     EXPECT_EQ(prefs.rememberedKeyFile(qpath(dir / "sub" / ".." / "db.kdbx")), QStringLiteral("/keys/db.key"));
     EXPECT_FALSE(prefs.rememberedKeyFile(qpath(dir / "other.kdbx")));
+}
+
+// Bytes that are no settings file at all, alone or after good keys: the good keys are read and kept, the
+// rest reads as defaults, and the store takes writes again.
+TEST(Preferences, noiseInTheFileCostsOnlyWhatItReplaced)
+{
+    std::mt19937 noise(20261123);
+    std::string bytes(4096, '\0');
+    for (auto& byte : bytes)
+        byte = static_cast<char>(noise() & 0xff);
+    const std::string good = "[General]\nwrapNotes=false\nlastKeyFilePath=/keys/good.key\n";
+    for (const auto& content : {bytes, good + bytes}) {
+        const bool hasGood = content.starts_with(good);
+        test::TempDir dir;
+        const auto file = dir / "Quillon.conf";
+        test::writeFile(file, content);
+        Preferences prefs(qpath(file));
+        EXPECT_EQ(prefs.idleLockMinutes(), 10);
+        EXPECT_TRUE(prefs.reopenLastDatabase());
+        EXPECT_EQ(prefs.wrapNotes(), !hasGood);
+        EXPECT_FALSE(prefs.hasDuressPassword());
+        EXPECT_FALSE(state::loadSession(prefs));
+        prefs.setIdleLockMinutes(5);
+        Preferences again(qpath(file));
+        EXPECT_EQ(again.idleLockMinutes(), 5);
+        EXPECT_EQ(again.wrapNotes(), !hasGood);
+        if (hasGood) {
+            EXPECT_EQ(again.lastKeyFilePath(), QStringLiteral("/keys/good.key"));
+        }
+    }
 }
 
 } // namespace
