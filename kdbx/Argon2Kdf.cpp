@@ -7,9 +7,15 @@
 #include "kdbx/KdbxError.h"
 
 #include <argon2.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <limits>
+#include <memory>
+#include <mutex>
 #include <optional>
+#include <thread>
 
 namespace quillon::kdbx {
 namespace {
@@ -44,6 +50,72 @@ ByteView optionalBytes(const VariantDictionary& kdf, const std::string& key)
     return v ? ByteView(*v) : ByteView();
 }
 
+// Physical memory in KiB, or the largest cost when the system does not say.
+std::uint64_t physicalMemoryKiB() noexcept
+{
+    const long pages = sysconf(_SC_PHYS_PAGES);
+    const long pageSize = sysconf(_SC_PAGESIZE);
+    if (pages <= 0 || pageSize <= 0)
+        return u32Max;
+    return static_cast<std::uint64_t>(pages) / 1024 * static_cast<std::uint64_t>(pageSize);
+}
+
+struct Argon2Parameters {
+    Argon2Variant variant{};
+    SecureBytes password;
+    SecureBytes salt;
+    SecureBytes secret;
+    SecureBytes associatedData;
+    std::uint32_t iterations = 0;
+    std::uint32_t memoryKiB = 0;
+    std::uint32_t lanes = 0;
+    std::uint32_t version = 0;
+
+    SecureBytes run() const
+    {
+        return argon2Raw(variant, password.span(), salt.span(), secret.span(), associatedData.span(), iterations,
+                         memoryKiB, lanes, version);
+    }
+};
+
+// The job is shared with its thread, so an abandoned run still owns everything it reads and writes.
+struct Argon2Job {
+    Argon2Parameters parameters;
+    std::mutex mutex;
+    std::condition_variable finished;
+    bool done = false;
+    SecureBytes result;
+    std::exception_ptr error;
+};
+
+SecureBytes runCancellable(Argon2Parameters parameters, const std::atomic<bool>& cancel)
+{
+    auto job = std::make_shared<Argon2Job>();
+    job->parameters = std::move(parameters);
+    std::thread([job] {
+        SecureBytes out;
+        std::exception_ptr error;
+        try {
+            out = job->parameters.run();
+        } catch (...) {
+            error = std::current_exception();
+        }
+        const std::lock_guard lock(job->mutex);
+        job->result = std::move(out);
+        job->error = error;
+        job->done = true;
+        job->finished.notify_all();
+    }).detach();
+
+    std::unique_lock lock(job->mutex);
+    while (!job->finished.wait_for(lock, std::chrono::milliseconds(20), [&] { return job->done; }))
+        if (cancel.load())
+            throw Cancelled();
+    if (job->error)
+        std::rethrow_exception(job->error);
+    return std::move(job->result);
+}
+
 } // namespace
 
 SecureBytes argon2Raw(Argon2Variant variant, ByteView password, ByteView salt, ByteView secret,
@@ -69,13 +141,15 @@ SecureBytes argon2Raw(Argon2Variant variant, ByteView password, ByteView salt, B
     context.threads = lanes;
     context.version = version;
     context.flags = 0;
+    if (memoryKiB > physicalMemoryKiB())
+        throw KdbxError::argon2(ARGON2_MEMORY_ALLOCATION_ERROR);
     const int code = variant == Argon2Variant::argon2id ? argon2id_ctx(&context) : argon2d_ctx(&context);
     if (code != ARGON2_OK)
         throw KdbxError::argon2(code);
     return out;
 }
 
-SecureBytes transformKey(const SecureBytes& compositeKey, const VariantDictionary& kdf)
+SecureBytes transformKey(const SecureBytes& compositeKey, const VariantDictionary& kdf, const std::atomic<bool>* cancel)
 {
     const auto* uuid = kdf.get<std::vector<std::uint8_t>>("$UUID");
     if (!uuid)
@@ -105,9 +179,18 @@ SecureBytes transformKey(const SecureBytes& compositeKey, const VariantDictionar
         associatedData.size() > u32Max)
         throw KdbxError::malformedHeader("Argon2 parameters out of range");
 
-    return argon2Raw(variant, compositeKey.span(), *salt, secret, associatedData,
-                     static_cast<std::uint32_t>(*iterations), static_cast<std::uint32_t>(*memory / 1024), *lanes,
-                     version);
+    Argon2Parameters parameters{variant,
+                                compositeKey.copy(),
+                                SecureBytes::from(*salt),
+                                SecureBytes::from(secret),
+                                SecureBytes::from(associatedData),
+                                static_cast<std::uint32_t>(*iterations),
+                                static_cast<std::uint32_t>(*memory / 1024),
+                                *lanes,
+                                version};
+    if (!cancel)
+        return parameters.run();
+    return runCancellable(std::move(parameters), *cancel);
 }
 
 DerivedKeys deriveKeys(ByteView masterSeed, const SecureBytes& transformedKey)

@@ -132,10 +132,11 @@ private:
     std::vector<Saved> saved_;
 };
 
-DerivedKeys keysFor(const OuterHeader& header, const Credentials& credentials)
+DerivedKeys keysFor(const OuterHeader& header, const Credentials& credentials,
+                    const std::atomic<bool>* cancel = nullptr)
 {
     SecureBytes composite = compositeKey(credentials);
-    SecureBytes transformed = transformKey(composite, header.kdf);
+    SecureBytes transformed = transformKey(composite, header.kdf, cancel);
     return deriveKeys(header.masterSeed, transformed);
 }
 
@@ -157,7 +158,8 @@ void normaliseDeclaration(pugi::xml_document& document)
 
 } // namespace
 
-std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& credentials)
+std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& credentials,
+                                         const std::atomic<bool>* cancel)
 {
     ByteReader reader(fileBytes);
     ParsedOuterHeader parsed = parseOuterHeader(reader);
@@ -167,7 +169,7 @@ std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& 
     if (!constantTimeEqual(storedDigest, digest))
         throw KdbxError::headerCorrupt();
 
-    const DerivedKeys keys = keysFor(parsed.header, credentials);
+    const DerivedKeys keys = keysFor(parsed.header, credentials, cancel);
     const ByteView storedHmac = reader.bytes(32);
     if (!constantTimeEqual(storedHmac, headerHmac(parsed.raw, keys.hmacBaseKey)))
         throw KdbxError::wrongCredentials();

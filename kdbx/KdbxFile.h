@@ -8,6 +8,7 @@
 
 #include <pugixml.hpp>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -28,7 +29,9 @@ public:
     pugi::xml_document document;
 
     // Throws KdbxError (or DecompressionError for a payload zlib refuses); nothing is returned on failure.
-    static std::unique_ptr<KdbxFile> open(ByteView fileBytes, const Credentials& credentials);
+    // Setting the cancel flag from another thread abandons the key derivation: open throws Cancelled.
+    static std::unique_ptr<KdbxFile> open(ByteView fileBytes, const Credentials& credentials,
+                                          const std::atomic<bool>* cancel = nullptr);
     // Draws a fresh seed, IV, Argon2 salt and inner stream key, so every save differs.
     // The document holds plain values again afterwards, whether or not the save succeeded.
     std::vector<std::uint8_t> save(const Credentials& credentials);
