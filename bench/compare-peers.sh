@@ -16,15 +16,11 @@ sizes=("$@")
 password=bench
 export QT_QPA_PLATFORM=offscreen
 
-cmake --build "$build" --target make_bench_kdbx open_kdbx bench_open_floor >/dev/null
+cmake --build "$build" --target make_bench_kdbx open_kdbx bench_open_floor quillon-cli >/dev/null
 maker=$build/bench/tools/make_bench_kdbx
-# quillon-cli's `stats` once it exists; until then the small opener.
-if [ -x "$build/app/quillon-cli" ]; then
-    open_cmd() { echo "$build/app/quillon-cli stats '$1' < '$work/pw'"; }
-else
-    open_cmd() { echo "'$build/bench/tools/open_kdbx' '$1' < '$work/pw'"; }
-fi
-save_cmd() { echo "'$build/bench/tools/open_kdbx' '$1' '$work/saved.kdbx' < '$work/pw'"; }
+open_cmd() { echo "'$build/app/quillon-cli' stats --password-stdin '$1' < '$work/pw'"; }
+# Saves in place through the file layer, as the application does; each run starts from a fresh copy.
+save_cmd() { echo "'$build/bench/tools/open_kdbx' --save '$1' < '$work/pw'"; }
 kx_info() { echo "keepassxc-cli db-info -q '$1' < '$work/pw'"; }
 kx_edit() { echo "keepassxc-cli db-edit -q -p '$1' < '$work/pw3'"; }
 
@@ -40,8 +36,8 @@ median_ms() { # hyperfine's JSON → median in ms
     python3 -c 'import json,sys; print("%.1f" % (json.load(open(sys.argv[1]))["results"][0]["median"] * 1000))' "$1"
 }
 
-printf '\n| entries | file | open: quillon | open: keepassxc-cli db-info | ratio | open+save: quillon | open+save: keepassxc-cli db-edit | ratio | peak RSS open: quillon | peak RSS: keepassxc-cli | ratio |\n'
-printf '|---|---|---|---|---|---|---|---|---|---|---|\n'
+printf '\n| entries | file | open: quillon | open: keepassxc-cli db-info | ratio | open+save: quillon | open+save: keepassxc-cli db-edit | ratio | peak RSS open: quillon | peak RSS open: keepassxc-cli | ratio | peak RSS open+save: quillon | peak RSS open+save: keepassxc-cli | ratio |\n'
+printf '|---|---|---|---|---|---|---|---|---|---|---|---|---|---|\n'
 for n in "${sizes[@]}"; do
     db=$work/db-$n.kdbx
     "$maker" "$n" "$db" "$password" >/dev/null
@@ -52,15 +48,19 @@ for n in "${sizes[@]}"; do
 
     hyperfine --style none --warmup 1 --runs "$runs" --export-json "$work/open-q-$n.json" "$(open_cmd "$db")" >/dev/null
     hyperfine --style none --warmup 1 --runs "$runs" --export-json "$work/open-k-$n.json" "$(kx_info "$db")" >/dev/null
-    hyperfine --style none --warmup 1 --runs "$runs" --export-json "$work/save-q-$n.json" "$(save_cmd "$db")" >/dev/null
+    hyperfine --style none --warmup 1 --runs "$runs" --export-json "$work/save-q-$n.json" \
+        --prepare "cp '$db' '$work/edit-$n.kdbx'" "$(save_cmd "$work/edit-$n.kdbx")" >/dev/null
     hyperfine --style none --warmup 1 --runs "$runs" --export-json "$work/save-k-$n.json" \
         --prepare "cp '$db' '$work/edit-$n.kdbx'" "$(kx_edit "$work/edit-$n.kdbx")" >/dev/null
     oq=$(median_ms "$work/open-q-$n.json"); ok=$(median_ms "$work/open-k-$n.json")
     sq=$(median_ms "$work/save-q-$n.json"); sk=$(median_ms "$work/save-k-$n.json")
     rq=$(peak_rss "$(open_cmd "$db")"); rk=$(peak_rss "$(kx_info "$db")")
+    cp "$db" "$work/edit-$n.kdbx"; rsq=$(peak_rss "$(save_cmd "$work/edit-$n.kdbx")")
+    cp "$db" "$work/edit-$n.kdbx"; rsk=$(peak_rss "$(kx_edit "$work/edit-$n.kdbx")")
     ratio() { python3 -c "print('%.2f' % ($1 / $2))"; }
-    printf '| %s | %s | %s ms | %s ms | %s | %s ms | %s ms | %s | %s MiB | %s MiB | %s |\n' "$n" "$size" \
-        "$oq" "$ok" "$(ratio "$oq" "$ok")" "$sq" "$sk" "$(ratio "$sq" "$sk")" "$rq" "$rk" "$(ratio "$rq" "$rk")"
+    printf '| %s | %s | %s ms | %s ms | %s | %s ms | %s ms | %s | %s MiB | %s MiB | %s | %s MiB | %s MiB | %s |\n' \
+        "$n" "$size" "$oq" "$ok" "$(ratio "$oq" "$ok")" "$sq" "$sk" "$(ratio "$sq" "$sk")" \
+        "$rq" "$rk" "$(ratio "$rq" "$rk")" "$rsq" "$rsk" "$(ratio "$rsq" "$rsk")"
 done
 
 last=${sizes[${#sizes[@]}-1]}
