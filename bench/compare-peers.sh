@@ -16,16 +16,19 @@ sizes=("$@")
 password=bench
 export QT_QPA_PLATFORM=offscreen
 
-cmake --build "$build" --target make_bench_kdbx open_kdbx bench_open_floor quillon-cli >/dev/null
+cmake --build "$build" --target make_bench_kdbx bench_open_floor quillon-cli >/dev/null
 maker=$build/bench/tools/make_bench_kdbx
+# quillon-cli backs a file up before its first save, into the data folder: keep those backups in here.
+export XDG_DATA_HOME=$work/data
 open_cmd() { echo "'$build/app/quillon-cli' stats --password-stdin '$1' < '$work/pw'"; }
-# Saves in place through the file layer, as the application does; each run starts from a fresh copy.
-save_cmd() { echo "'$build/bench/tools/open_kdbx' --save '$1' < '$work/pw'"; }
+# Both programs re-save by setting the same password again; each run starts from a fresh copy.
+save_cmd() { echo "'$build/app/quillon-cli' db-edit --password-stdin --set-password '$1' < '$work/pw2'"; }
 kx_info() { echo "keepassxc-cli db-info -q '$1' < '$work/pw'"; }
 kx_edit() { echo "keepassxc-cli db-edit -q -p '$1' < '$work/pw3'"; }
 
 mkdir -p "$work"
 printf '%s\n' "$password" >"$work/pw"
+printf '%s\n%s\n' "$password" "$password" >"$work/pw2"
 printf '%s\n%s\n%s\n' "$password" "$password" "$password" >"$work/pw3"
 
 peak_rss() { # prints the peak RSS in MiB of one run of the command
