@@ -5,7 +5,8 @@
 # opening+saving with hyperfine and measures peak RSS with /usr/bin/time -v. Also runs the in-process
 # floor (inflate + pugixml parse) on the 50,000-entry file.
 #   bench/compare-peers.sh [SIZES...]        default: 1000 10000 50000
-# Needs a build with benchmarks (scripts/build), hyperfine, keepassxc-cli and GNU time.
+# Needs a build with benchmarks (scripts/build; this script builds nothing, so a build directory configured
+# for CI keeps its flags), hyperfine, keepassxc-cli and GNU time.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${QUILLON_BUILD_DIR:-$root/build}
@@ -16,8 +17,10 @@ sizes=("$@")
 password=bench
 export QT_QPA_PLATFORM=offscreen
 
-cmake --build "$build" --target make_bench_kdbx bench_open_floor quillon-cli >/dev/null
 maker=$build/bench/tools/make_bench_kdbx
+for program in "$maker" "$build/bench/bench_open_floor" "$build/app/quillon-cli"; do
+    [ -x "$program" ] || { echo "missing $program: build it first (scripts/build)" >&2; exit 2; }
+done
 # quillon-cli backs a file up before its first save, into the data folder: keep those backups in here.
 export XDG_DATA_HOME=$work/data
 open_cmd() { echo "'$build/app/quillon-cli' stats --password-stdin '$1' < '$work/pw'"; }
