@@ -66,11 +66,8 @@ void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const
     }
 }
 
-SecureBytes readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey)
+void readBlocks(ByteReader& reader, const SecureBytes& hmacBaseKey, const std::function<void(ByteView)>& each)
 {
-    SecureBytes ciphertext;
-    // The blocks cannot hold more than what is left, so one reservation avoids every regrowth.
-    ciphertext.reserve(reader.remaining());
     for (std::uint64_t index = 0;; ++index) {
         const ByteView stored = reader.bytes(32);
         const std::uint32_t length = reader.u32();
@@ -79,9 +76,18 @@ SecureBytes readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey)
         if (!constantTimeEqual(stored, expected))
             throw KdbxError::blockCorrupt(index);
         if (length == 0)
-            return ciphertext;
-        ciphertext.append(data);
+            return;
+        each(data);
     }
+}
+
+SecureBytes readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey)
+{
+    SecureBytes ciphertext;
+    // The blocks cannot hold more than what is left, so one reservation avoids every regrowth.
+    ciphertext.reserve(reader.remaining());
+    readBlocks(reader, hmacBaseKey, [&](ByteView data) { ciphertext.append(data); });
+    return ciphertext;
 }
 
 } // namespace quillon::kdbx

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace quillon::kdbx {
@@ -23,9 +24,12 @@ Digest256 headerHmac(ByteView rawHeader, const SecureBytes& hmacBaseKey);
 void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const SecureBytes& hmacBaseKey,
                       std::size_t blockSize = std::size_t{1} << 20);
 
+// Reads up to and including the empty final block, handing each non-empty block's data to `each` once
+// its code has been checked. Throws as readBlockStream does.
+void readBlocks(ByteReader& reader, const SecureBytes& hmacBaseKey, const std::function<void(ByteView)>& each);
+
 // Reads up to and including the empty final block and returns the joined ciphertext. Throws
 // blockCorrupt(i) for a block whose code does not match and "unexpected end of data" for a short stream.
-// The result is a SecureBytes because the payload is decrypted in it in place.
 SecureBytes readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey);
 
 } // namespace quillon::kdbx

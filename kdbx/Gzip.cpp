@@ -23,6 +23,8 @@ constexpr std::uint8_t flagHeaderCrc = 0x02;
 // DEFLATE cannot expand a byte of input into more than about 1032 bytes of output.
 constexpr std::size_t maxDeflateRatio = 1032;
 constexpr std::size_t firstGuessMinimum = std::size_t{64} << 10;
+// Output is produced in slices small enough to stay in cache while their CRC-32 is taken.
+constexpr std::size_t crcSlice = std::size_t{256} << 10;
 
 uInt slice(std::size_t n) noexcept { return static_cast<uInt>(std::min<std::size_t>(n, UINT_MAX)); }
 
@@ -56,8 +58,9 @@ std::string ceilingText(std::size_t ceiling)
 
 // Raw inflate into wiped memory, never past the ceiling. The output is sized once from the trailer's
 // length when that is believable, so ordinary payloads are inflated without a single regrowth.
-// `consumed` receives how many input bytes the DEFLATE stream took up to its end.
-SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceiling, std::size_t& consumed)
+// `consumed` receives how many input bytes the DEFLATE stream took up to its end, `crc` the output's CRC-32.
+SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceiling, std::size_t& consumed,
+                       std::uint32_t& crc)
 {
     ZStream stream(true);
     z_stream& z = stream.z;
@@ -69,6 +72,7 @@ SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceili
     capacity = std::max(capacity, std::min(firstGuessMinimum, ceiling));
     SecureBytes out = SecureBytes::uninitialised(capacity);
     std::size_t produced = 0;
+    uLong check = ::crc32_z(0, nullptr, 0);
 
     for (;;) {
         if (produced == out.size()) {
@@ -95,10 +99,12 @@ SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceili
         z.next_in = const_cast<Bytef*>(input.data());
         z.avail_in = slice(input.size());
         z.next_out = out.data() + produced;
-        z.avail_out = slice(out.size() - produced);
+        z.avail_out = slice(std::min(out.size() - produced, crcSlice));
         const uInt outBefore = z.avail_out;
         const int code = inflate(&z, Z_NO_FLUSH);
-        produced += outBefore - z.avail_out;
+        const std::size_t fresh = outBefore - z.avail_out;
+        check = ::crc32_z(check, out.data() + produced, fresh);
+        produced += fresh;
         input = input.subspan(static_cast<std::size_t>(z.total_in - inBefore));
         if (code == Z_STREAM_END) {
             consumed = static_cast<std::size_t>(z.total_in);
@@ -110,6 +116,7 @@ SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceili
             throw DecompressionError(zlibReason(z, code));
     }
     out.resize(produced);
+    crc = static_cast<std::uint32_t>(check);
     return out;
 }
 
@@ -187,9 +194,10 @@ SecureBytes gunzip(ByteView data, std::size_t ceiling)
     const ByteView compressed = rest.first(rest.size() - 8);
     const std::uint32_t sizeHint = loadU32(rest.subspan(rest.size() - 4));
     std::size_t consumed = 0;
-    SecureBytes out = inflateRaw(compressed, sizeHint, ceiling, consumed);
+    std::uint32_t crc = 0;
+    SecureBytes out = inflateRaw(compressed, sizeHint, ceiling, consumed, crc);
     const std::uint32_t storedCrc = loadU32(rest.subspan(consumed));
-    if (crc32(out.span()) != storedCrc)
+    if (crc != storedCrc)
         throw KdbxError::malformedInner("gzip crc mismatch");
     return out;
 }

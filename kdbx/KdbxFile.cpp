@@ -11,6 +11,7 @@
 #include "kdbx/Random.h"
 
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -174,20 +175,28 @@ std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& 
     if (!constantTimeEqual(storedHmac, headerHmac(parsed.raw, keys.hmacBaseKey)))
         throw KdbxError::wrongCredentials();
 
-    // The joined ciphertext is decrypted where it lies.
-    SecureBytes payload = readBlockStream(reader, keys.hmacBaseKey);
     const OuterHeader& h = parsed.header;
+    std::optional<PayloadDecryptor> decryptor;
     if (isIdentifier(h.cipher, cipherAes256)) {
         if (h.encryptionIV.size() != 16)
             throw KdbxError::malformedHeader("encryption IV length");
-        aes256CbcDecryptInPlace(keys.masterKey, h.encryptionIV, payload);
+        decryptor.emplace(PayloadDecryptor::aes256Cbc(keys.masterKey, h.encryptionIV));
     } else if (isIdentifier(h.cipher, cipherChaCha20)) {
         if (h.encryptionIV.size() != 12)
             throw KdbxError::malformedHeader("encryption IV length");
-        ChaCha20(keys.masterKey.span(), h.encryptionIV).apply(payload.span());
+        decryptor.emplace(PayloadDecryptor::chaCha20(keys.masterKey, h.encryptionIV));
     } else {
         throw KdbxError::unsupportedCipher(identifierText(h.cipher));
     }
+    // Each block is decrypted straight out of the file's bytes once its code checks. The blocks' data
+    // and their 36-byte headers are all within what is left, so that is room enough for the plaintext
+    // and the cipher's held-back block.
+    SecureBytes payload = SecureBytes::uninitialised(reader.remaining());
+    std::size_t length = 0;
+    readBlocks(reader, keys.hmacBaseKey,
+               [&](ByteView block) { length += decryptor->update(block, payload.data() + length); });
+    length += decryptor->finish(payload.data() + length);
+    payload.resize(length);
     if (parsed.header.compressed)
         payload = gunzip(payload.span());
 

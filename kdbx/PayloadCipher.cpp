@@ -58,45 +58,71 @@ std::vector<std::uint8_t> aes256CbcEncrypt(const SecureBytes& key, ByteView iv, 
     return out;
 }
 
-void aes256CbcDecryptInPlace(const SecureBytes& key, ByteView iv, SecureBytes& buffer)
-{
-    QUILLON_CHECK(key.size() == 32);
-    const std::size_t size = buffer.size();
-    if (iv.size() != aesBlock || size == 0 || size % aesBlock != 0)
-        throw KdbxError::wrongCredentials();
-
-    // Everything but the last block is decrypted in place without padding; the last block then goes
-    // through a second context that checks and strips the padding. Its IV is the ciphertext block
-    // before it, saved before the first pass overwrites it.
-    std::array<std::uint8_t, aesBlock> lastIv{};
-    std::copy_n(size > aesBlock ? buffer.data() + size - 2 * aesBlock : iv.data(), aesBlock, lastIv.begin());
-    CipherCtx bulk(EVP_CIPHER_CTX_new());
-    QUILLON_CHECK(bulk && EVP_DecryptInit_ex(bulk.get(), EVP_aes_256_cbc(), nullptr, key.data(), iv.data()) == 1);
-    QUILLON_CHECK(EVP_CIPHER_CTX_set_padding(bulk.get(), 0) == 1);
-    std::size_t written = 0;
-    QUILLON_CHECK(runCipher(bulk.get(), buffer.span().first(size - aesBlock), buffer.data(), written));
-
-    CipherCtx tail(EVP_CIPHER_CTX_new());
-    QUILLON_CHECK(tail && EVP_DecryptInit_ex(tail.get(), EVP_aes_256_cbc(), nullptr, key.data(), lastIv.data()) == 1);
-    std::array<std::uint8_t, 2 * aesBlock> last{};
-    std::size_t lastLength = 0;
-    const bool padded = runCipher(tail.get(), buffer.span().subspan(size - aesBlock), last.data(), lastLength);
-    secureWipe(lastIv.data(), lastIv.size());
-    if (!padded) {
-        secureWipe(last.data(), last.size());
-        buffer.wipe();
-        throw KdbxError::wrongCredentials();
-    }
-    std::copy_n(last.begin(), lastLength, buffer.data() + size - aesBlock);
-    secureWipe(last.data(), last.size());
-    buffer.resize(size - aesBlock + lastLength);
-}
-
 SecureBytes aes256CbcDecrypt(const SecureBytes& key, ByteView iv, ByteView ciphertext)
 {
-    SecureBytes out = SecureBytes::from(ciphertext);
-    aes256CbcDecryptInPlace(key, iv, out);
+    if (iv.size() != aesBlock)
+        throw KdbxError::wrongCredentials();
+    PayloadDecryptor decryptor = PayloadDecryptor::aes256Cbc(key, iv);
+    SecureBytes out = SecureBytes::uninitialised(ciphertext.size() + aesBlock);
+    std::size_t length = decryptor.update(ciphertext, out.data());
+    length += decryptor.finish(out.data() + length);
+    out.resize(length);
     return out;
+}
+
+PayloadDecryptor PayloadDecryptor::aes256Cbc(const SecureBytes& key, ByteView iv)
+{
+    QUILLON_CHECK(key.size() == 32 && iv.size() == aesBlock);
+    PayloadDecryptor decryptor(EVP_CIPHER_CTX_new());
+    QUILLON_CHECK(decryptor.context_ &&
+                  EVP_DecryptInit_ex(decryptor.context_, EVP_aes_256_cbc(), nullptr, key.data(), iv.data()) == 1);
+    return decryptor;
+}
+
+PayloadDecryptor PayloadDecryptor::chaCha20(const SecureBytes& key, ByteView nonce)
+{
+    QUILLON_CHECK(key.size() == 32 && nonce.size() == 12);
+    // OpenSSL's IV is the 32-bit little-endian block counter (0 for the payload) followed by the nonce.
+    std::array<std::uint8_t, 16> iv{};
+    std::copy(nonce.begin(), nonce.end(), iv.begin() + 4);
+    PayloadDecryptor decryptor(EVP_CIPHER_CTX_new());
+    QUILLON_CHECK(decryptor.context_ &&
+                  EVP_DecryptInit_ex(decryptor.context_, EVP_chacha20(), nullptr, key.data(), iv.data()) == 1);
+    return decryptor;
+}
+
+PayloadDecryptor::~PayloadDecryptor()
+{
+    // Frees and cleanses the key schedule and the held-back block.
+    EVP_CIPHER_CTX_free(context_);
+}
+
+PayloadDecryptor::PayloadDecryptor(PayloadDecryptor&& other) noexcept
+    : context_(std::exchange(other.context_, nullptr))
+{
+}
+
+std::size_t PayloadDecryptor::update(ByteView input, std::uint8_t* out)
+{
+    QUILLON_CHECK(context_ != nullptr);
+    std::size_t written = 0;
+    while (!input.empty()) {
+        int len = 0;
+        const int n = sliceLength(input.size());
+        QUILLON_CHECK(EVP_DecryptUpdate(context_, out + written, &len, input.data(), n) == 1);
+        written += static_cast<std::size_t>(len);
+        input = input.subspan(static_cast<std::size_t>(n));
+    }
+    return written;
+}
+
+std::size_t PayloadDecryptor::finish(std::uint8_t* out)
+{
+    QUILLON_CHECK(context_ != nullptr);
+    int len = 0;
+    if (EVP_DecryptFinal_ex(context_, out, &len) != 1)
+        throw KdbxError::wrongCredentials();
+    return static_cast<std::size_t>(len);
 }
 
 ChaCha20::ChaCha20(ByteView key, ByteView nonce, std::uint32_t counter)

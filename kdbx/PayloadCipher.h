@@ -3,6 +3,7 @@
 
 #include "kdbx/SecureBytes.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -15,10 +16,30 @@ namespace quillon::kdbx {
 std::vector<std::uint8_t> aes256CbcEncrypt(const SecureBytes& key, ByteView iv, ByteView plaintext);
 // Any failure (bad padding, a length not a whole number of blocks, an IV of the wrong size) is
 // wrongCredentials: the authentication codes were checked before, so only a wrong key gets here.
-// Decrypts the buffer where it lies and shrinks it to the plaintext: a large payload is never held twice.
-// Throws wrongCredentials for a bad length or padding, after wiping the buffer.
-void aes256CbcDecryptInPlace(const SecureBytes& key, ByteView iv, SecureBytes& buffer);
 SecureBytes aes256CbcDecrypt(const SecureBytes& key, ByteView iv, ByteView ciphertext);
+
+// Decrypts a payload that arrives in pieces (the blocks of the block stream) straight into the caller's
+// buffer, so the joined ciphertext is never held as a copy of its own. AES-256-CBC holds back its last
+// block until finish, which strips the padding.
+class PayloadDecryptor {
+public:
+    static PayloadDecryptor aes256Cbc(const SecureBytes& key, ByteView iv);
+    static PayloadDecryptor chaCha20(const SecureBytes& key, ByteView nonce);
+    ~PayloadDecryptor();
+    PayloadDecryptor(PayloadDecryptor&& other) noexcept;
+    PayloadDecryptor& operator=(PayloadDecryptor&&) = delete;
+    PayloadDecryptor(const PayloadDecryptor&) = delete;
+    PayloadDecryptor& operator=(const PayloadDecryptor&) = delete;
+
+    // Writes at most input.size() + 16 bytes at out and returns how many it wrote.
+    std::size_t update(ByteView input, std::uint8_t* out);
+    // Writes at most 16 bytes at out. Throws wrongCredentials for a bad length or padding.
+    std::size_t finish(std::uint8_t* out);
+
+private:
+    explicit PayloadDecryptor(evp_cipher_ctx_st* context) noexcept : context_(context) {}
+    evp_cipher_ctx_st* context_ = nullptr;
+};
 
 // RFC 8439 ChaCha20: a 32-byte key and a 12-byte nonce, else the program stops.
 class ChaCha20 {

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <numeric>
 #include <string>
 
@@ -72,6 +73,33 @@ TEST(Aes256Cbc, anyFailureReadsAsWrongCredentials)
     EXPECT_THAT([&] { (void)aes256CbcDecrypt(key, iv, ByteView(encrypted).first(encrypted.size() - 1)); }, wrong);
     EXPECT_THAT([&] { (void)aes256CbcDecrypt(key, iv, {}); }, wrong);
     EXPECT_THAT([&] { (void)aes256CbcDecrypt(key, ByteView(iv).first(12), encrypted); }, wrong);
+}
+
+// The block stream hands the decryptor pieces of any size; the result must not depend on where they fall.
+TEST(PayloadDecryptor, piecesOfAnySizeGiveTheWholePlaintext)
+{
+    const SecureBytes key = SecureBytes::from(counting(32));
+    const auto plain = counting(1000);
+    auto chacha = plain;
+    ChaCha20(key.span(), counting(12)).apply(chacha);
+    const auto aes = aes256CbcEncrypt(key, counting(16), plain);
+    for (const std::size_t piece : {std::size_t{1}, std::size_t{15}, std::size_t{16}, std::size_t{17}, std::size_t{999}}) {
+        for (const bool useAes : {true, false}) {
+            PayloadDecryptor decryptor = useAes ? PayloadDecryptor::aes256Cbc(key, counting(16))
+                                                : PayloadDecryptor::chaCha20(key, counting(12));
+            ByteView rest = useAes ? ByteView(aes) : ByteView(chacha);
+            std::vector<std::uint8_t> out(rest.size() + 16);
+            std::size_t length = 0;
+            while (!rest.empty()) {
+                const ByteView part = rest.first(std::min(piece, rest.size()));
+                length += decryptor.update(part, out.data() + length);
+                rest = rest.subspan(part.size());
+            }
+            length += decryptor.finish(out.data() + length);
+            out.resize(length);
+            EXPECT_EQ(out, plain) << piece << (useAes ? " AES" : " ChaCha20");
+        }
+    }
 }
 
 // RFC 8439 2.3.2 (one keystream block, counter 1) and 2.4.2 (the sunscreen text, counter 1).
