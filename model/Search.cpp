@@ -68,7 +68,7 @@ void appendLowerCase(std::string_view utf8, kdbx::SecureBytes& out)
             while (run < left && p[run] < 0x80)
                 ++run;
             const std::size_t at = out.size();
-            out.resize(at + run);
+            out.resizeUninitialised(at + run);
             std::uint8_t* d = out.data() + at;
             for (std::size_t i = 0; i < run; ++i)
                 d[i] = (p[i] >= 'A' && p[i] <= 'Z') ? static_cast<std::uint8_t>(p[i] - 'A' + 'a') : p[i];
@@ -174,9 +174,11 @@ std::vector<Entry> entriesToList(const Document& document, const std::optional<G
         return {};
     std::vector<Entry> out;
     Matcher matcher;
-    for (const auto& entry : top->searchableEntries())
-        if (matcher.matches(entry.element(), query.terms, scope))
-            out.push_back(entry);
+    const auto entries = top->searchableEntries();
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (matcher.matches(entries[i].element(), query.terms, scope))
+            out.push_back(entries[i]);
+    }
     return out;
 }
 

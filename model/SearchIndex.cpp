@@ -22,8 +22,12 @@ void SearchIndex::rebuild(SearchScope scope)
     const auto top = document_->topGroup();
     if (!top)
         return;
+    const auto entries = top->searchableEntries();
+    spans_.reserve(entries.size());
+    spanOf_.reserve(entries.size());
     SearchText gather;
-    for (const auto& entry : top->searchableEntries()) {
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const auto& entry = entries[i];
         const std::size_t offset = text_.size();
         gather.append(entry.element(), scope, text_);
         spanOf_.emplace(entry.element().internal_object(), spans_.size());

@@ -166,6 +166,49 @@ TEST_F(SearchTest, matchesWithoutTermsAndLowerCasing)
     EXPECT_EQ(out.view(), "éà i ω\xFF");
 }
 
+// Field names are told apart by their first bytes; names that only start like a standard field's are custom.
+constexpr const char* lookalikeXml = R"(<KeePassFile><Meta/><Root><Group><UUID>@root@</UUID><Name>Root</Name>
+<Entry><UUID>@near@</UUID>
+  <String><Key>Title</Key><Value>First</Value></String>
+  <String><Key>Title</Key><Value>Second</Value></String>
+  <String><Key>Titles</Key><Value>alpha</Value></String>
+  <String><Key>U</Key><Value>bravo</Value></String>
+  <String><Key>UserNames</Key><Value>kilo</Value></String>
+  <String><Key>Passwords</Key><Value>charlie</Value></String>
+  <String><Key>Note</Key><Value>delta</Value></String>
+  <String><Value Protected="True">echo</Value><Key>Password</Key></String>
+  <String><Key>URL</Key><Value>https://foxtrot.example</Value></String>
+</Entry>
+</Group></Root></KeePassFile>)";
+
+class LookalikeFieldTest : public ModelFixture {
+protected:
+    LookalikeFieldTest() : ModelFixture(lookalikeXml) {}
+
+    bool hit(std::string_view text, SearchScope scope)
+    {
+        return !entriesToList(doc(), std::nullopt, text, scope).empty();
+    }
+};
+
+TEST_F(LookalikeFieldTest, onlyExactNamesAreStandardFields)
+{
+    using S = SearchScope;
+    EXPECT_TRUE(hit("\"titles alpha\"", S::everywhere));
+    EXPECT_TRUE(hit("\"u bravo\"", S::everywhere));
+    EXPECT_TRUE(hit("\"usernames kilo\"", S::everywhere));
+    EXPECT_TRUE(hit("\"passwords charlie\"", S::everywhere));
+    EXPECT_TRUE(hit("\"note delta\"", S::everywhere));
+    EXPECT_FALSE(hit("charlie", S::password));
+    EXPECT_FALSE(hit("kilo", S::username));
+    EXPECT_TRUE(hit("first", S::title));
+    EXPECT_FALSE(hit("second", S::everywhere)); // a repeated standard field is not read
+    // Key after Value within the String still names the field.
+    EXPECT_TRUE(hit("echo", S::password));
+    EXPECT_FALSE(hit("echo", S::everywhere));
+    EXPECT_TRUE(hit("foxtrot", S::url));
+}
+
 } // namespace
 
 namespace {
