@@ -176,6 +176,8 @@ std::vector<Entry> entriesToList(const Document& document, const std::optional<G
     Matcher matcher;
     const auto entries = top->searchableEntries();
     for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (i + 2 < entries.size())
+            SearchText::prefetch(entries[i + 2].element());
         if (matcher.matches(entries[i].element(), query.terms, scope))
             out.push_back(entries[i]);
     }

@@ -27,6 +27,8 @@ void SearchIndex::rebuild(SearchScope scope)
     spanOf_.reserve(entries.size());
     SearchText gather;
     for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (i + 2 < entries.size())
+            SearchText::prefetch(entries[i + 2].element());
         const auto& entry = entries[i];
         const std::size_t offset = text_.size();
         gather.append(entry.element(), scope, text_);

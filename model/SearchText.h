@@ -17,6 +17,10 @@ public:
     // Appends the scope's texts, in their fixed order, joined with single spaces and lower-cased.
     void append(pugi::xml_node entry, SearchScope scope, kdbx::SecureBytes& out);
 
+    // Starts loading an entry's elements ahead of append(), so that walking many entries overlaps
+    // their memory latency instead of paying it element by element. Only a hint: nothing is read.
+    static void prefetch(pugi::xml_node entry) noexcept;
+
 private:
     void add(std::string_view text, kdbx::SecureBytes& out);
 
