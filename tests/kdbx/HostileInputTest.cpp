@@ -138,6 +138,7 @@ TEST(HostileInput, everyLengthAtItsMaximumIsUnexpectedEnd)
 
     // Outer header fields, the entries of the key-derivation dictionary inside field 11, the first block.
     std::vector<std::size_t> offsets = fieldLengthOffsets(file, 12);
+    std::vector<std::size_t> dictionaryOffsets;
     std::size_t headerEnd = 0;
     for (std::size_t at : offsets) {
         const std::size_t fieldStart = at - 1;
@@ -146,12 +147,13 @@ TEST(HostileInput, everyLengthAtItsMaximumIsUnexpectedEnd)
             continue;
         std::size_t entry = at + 4 + 2;
         while (file[entry] != 0) {
-            offsets.push_back(entry + 1);
+            dictionaryOffsets.push_back(entry + 1);
             const std::size_t valueLength = entry + 5 + getU32(file, entry + 1);
-            offsets.push_back(valueLength);
+            dictionaryOffsets.push_back(valueLength);
             entry = valueLength + 4 + getU32(file, valueLength);
         }
     }
+    offsets.insert(offsets.end(), dictionaryOffsets.begin(), dictionaryOffsets.end());
     offsets.push_back(headerEnd + 64 + 32);
     ASSERT_EQ(offsets.size(), 19u); // 6 header fields, 6 dictionary entries (key and value), 1 block
     for (std::size_t at : offsets) {
