@@ -46,8 +46,8 @@ std::vector<std::uint8_t> gzipPayload(const std::vector<std::uint8_t>& file)
     reader.skip(64);
     const DerivedKeys keys = deriveKeys(parsed.header.masterSeed,
                                         transformKey(compositeKey(credentials()), parsed.header.kdf));
-    SecureBytes plain = readBlockStream(reader, keys.hmacBaseKey);
-    aes256CbcDecryptInPlace(keys.masterKey, parsed.header.encryptionIV, plain);
+    const SecureBytes ciphertext = readBlockStream(reader, keys.hmacBaseKey);
+    SecureBytes plain = aes256CbcDecrypt(keys.masterKey, parsed.header.encryptionIV, ciphertext.span());
     return {plain.span().begin(), plain.span().end()};
 }
 

@@ -74,8 +74,8 @@ SecureBytes payloadOf(const std::vector<std::uint8_t>& fileBytes)
     reader.skip(64);
     const DerivedKeys keys =
         deriveKeys(parsed.header.masterSeed, transformKey(compositeKey(fuzz::fuzzCredentials()), parsed.header.kdf));
-    SecureBytes payload = readBlockStream(reader, keys.hmacBaseKey);
-    aes256CbcDecryptInPlace(keys.masterKey, parsed.header.encryptionIV, payload);
+    const SecureBytes ciphertext = readBlockStream(reader, keys.hmacBaseKey);
+    SecureBytes payload = aes256CbcDecrypt(keys.masterKey, parsed.header.encryptionIV, ciphertext.span());
     return payload;
 }
 
