@@ -116,7 +116,9 @@ TEST(SafeWriteCrash, aKilledSaveLeavesTheOldOrTheNewFileWhole)
     }
     EXPECT_EQ(torn, 0);
     EXPECT_EQ(childErrors, 0) << "a save failed in the child";
-    EXPECT_GT(flips, trials / 10) << "the kills should land across many saves";
+    // How many kills fall after a completed save depends on the machine's speed; this only catches kills
+    // that never let a save finish.
+    EXPECT_GT(flips, trials / 50) << "the kills should land across many saves";
     std::cout << trials << " kills within " << longest << " µs of a start: " << torn << " torn files, " << flips << " changes of version, "
               << leftTemporaries << " temporary files left by killed saves\n";
     RecordProperty("trials", trials);
