@@ -70,25 +70,25 @@ void printHelp(std::ostream& out, const CommandSpec& c)
     line("-h, --help", "show this help");
 }
 
-int runCommand(const CommandSpec& spec, std::span<const std::string> args, Io& io)
+int runCommand(const CommandSpec& command, std::span<const std::string> args, Io& io)
 {
     try {
-        Invocation call{io, parseOptions(args, spec.options)};
+        Invocation call{io, parseOptions(args, command.options)};
         if (call.options.help) {
-            printHelp(io.out, spec);
+            printHelp(io.out, command);
             return exitSuccess;
         }
         const auto count = call.options.arguments.size();
-        if (count < spec.minArguments)
-            throw UsageError("missing arguments: " + std::string(spec.arguments) + ".");
-        if (count > spec.maxArguments)
+        if (count < command.minArguments)
+            throw UsageError("missing arguments: " + std::string(command.arguments) + ".");
+        if (count > command.maxArguments)
             throw UsageError("too many arguments.");
-        const int status = spec.run(call);
+        const int status = command.run(call);
         io.out.flush();
         return status;
     } catch (const UsageError& e) {
         io.out.flush();
-        io.err << program << ' ' << spec.name << ": " << e.what() << "\nTry '" << program << ' ' << spec.name
+        io.err << program << ' ' << command.name << ": " << e.what() << "\nTry '" << program << ' ' << command.name
                << " --help'.\n";
         return exitUsage;
     } catch (const std::bad_alloc&) {

@@ -7,16 +7,16 @@
 namespace quillon::cli {
 namespace {
 
-const OptionSpec* findLong(std::span<const OptionSpec> specs, std::string_view name)
+const OptionSpec* findLong(std::span<const OptionSpec> options, std::string_view name)
 {
-    const auto it = std::find_if(specs.begin(), specs.end(), [&](const OptionSpec& s) { return s.name == name; });
-    return it == specs.end() ? nullptr : &*it;
+    const auto it = std::find_if(options.begin(), options.end(), [&](const OptionSpec& s) { return s.name == name; });
+    return it == options.end() ? nullptr : &*it;
 }
 
-const OptionSpec* findShort(std::span<const OptionSpec> specs, char c)
+const OptionSpec* findShort(std::span<const OptionSpec> options, char c)
 {
-    const auto it = std::find_if(specs.begin(), specs.end(), [&](const OptionSpec& s) { return s.shortName == c; });
-    return it == specs.end() ? nullptr : &*it;
+    const auto it = std::find_if(options.begin(), options.end(), [&](const OptionSpec& s) { return s.shortName == c; });
+    return it == options.end() ? nullptr : &*it;
 }
 
 } // namespace
@@ -47,7 +47,7 @@ std::optional<std::int64_t> ParsedOptions::integer(std::string_view name, std::i
     return number;
 }
 
-ParsedOptions parseOptions(std::span<const std::string> args, std::span<const OptionSpec> specs)
+ParsedOptions parseOptions(std::span<const std::string> args, std::span<const OptionSpec> options)
 {
     ParsedOptions parsed;
     bool optionsEnded = false;
@@ -65,7 +65,7 @@ ParsedOptions parseOptions(std::span<const std::string> args, std::span<const Op
             parsed.help = true;
             continue;
         }
-        const OptionSpec* spec = nullptr;
+        const OptionSpec* option = nullptr;
         std::optional<std::string> inlineValue;
         std::string shown = arg;
         if (arg.starts_with("--")) {
@@ -75,14 +75,14 @@ ParsedOptions parseOptions(std::span<const std::string> args, std::span<const Op
                 name = name.substr(0, eq);
                 shown = "--" + std::string(name);
             }
-            spec = findLong(specs, name);
+            option = findLong(options, name);
         } else if (arg.size() == 2) {
-            spec = findShort(specs, arg[1]);
+            option = findShort(options, arg[1]);
         }
-        if (!spec)
+        if (!option)
             throw UsageError("unknown option " + shown + ".");
-        auto& slot = parsed.values_[std::string(spec->name)];
-        if (spec->valueName.empty()) {
+        auto& slot = parsed.values_[std::string(option->name)];
+        if (option->valueName.empty()) {
             if (inlineValue)
                 throw UsageError(shown + " takes no value.");
             slot.emplace_back();
@@ -92,7 +92,7 @@ ParsedOptions parseOptions(std::span<const std::string> args, std::span<const Op
             slot.push_back(*inlineValue);
         } else {
             if (i + 1 >= args.size())
-                throw UsageError(shown + " needs a value (" + std::string(spec->valueName) + ").");
+                throw UsageError(shown + " needs a value (" + std::string(option->valueName) + ").");
             slot.push_back(args[++i]);
         }
     }
