@@ -46,15 +46,12 @@ void BM_BlockStreamReadAndDecrypt(benchmark::State& state)
     const auto ciphertext = aes256CbcEncrypt(key, iv, randomBytes(payloadSize));
     std::vector<std::uint8_t> stream;
     writeBlockStream(stream, ciphertext, hmacKey);
+    OuterHeader header;
+    header.encryptionIV = iv;
+    const DerivedKeys keys{key.copy(), hmacKey.copy()};
     for (auto _ : state) {
-        // As an open does it: each block decrypted into the payload buffer once its code checks.
         ByteReader reader(stream);
-        SecureBytes payload = SecureBytes::uninitialised(reader.remaining());
-        PayloadDecryptor decryptor = PayloadDecryptor::aes256Cbc(key, iv);
-        std::size_t length = 0;
-        readBlocks(reader, hmacKey, [&](ByteView block) { length += decryptor.update(block, payload.data() + length); });
-        length += decryptor.finish(payload.data() + length);
-        payload.resize(length);
+        SecureBytes payload = decryptPayload(reader, header, keys);
         benchmark::DoNotOptimize(payload.data());
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(payloadSize));

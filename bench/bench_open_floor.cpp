@@ -3,7 +3,6 @@
 // same file in the same process.
 //   QUILLON_BENCH_FILE=db.kdbx QUILLON_BENCH_PASSWORD=pw bench_open_floor
 #include "kdbx/Argon2Kdf.h"
-#include "kdbx/BlockStream.h"
 #include "kdbx/KdbxFile.h"
 #include "kdbx/PayloadCipher.h"
 
@@ -46,8 +45,7 @@ std::vector<std::uint8_t> gzipPayload(const std::vector<std::uint8_t>& file)
     reader.skip(64);
     const DerivedKeys keys = deriveKeys(parsed.header.masterSeed,
                                         transformKey(compositeKey(credentials()), parsed.header.kdf));
-    const SecureBytes ciphertext = readBlockStream(reader, keys.hmacBaseKey);
-    SecureBytes plain = aes256CbcDecrypt(keys.masterKey, parsed.header.encryptionIV, ciphertext.span());
+    SecureBytes plain = decryptPayload(reader, parsed.header, keys);
     return {plain.span().begin(), plain.span().end()};
 }
 

@@ -2,7 +2,6 @@
 // our own writers at run time (no binary blobs in the repository).
 #include "fuzz/FuzzDatabase.h"
 #include "kdbx/Argon2Kdf.h"
-#include "kdbx/BlockStream.h"
 #include "kdbx/Gzip.h"
 #include "kdbx/KdbxFile.h"
 #include "kdbx/KdbxTime.h"
@@ -74,8 +73,7 @@ SecureBytes payloadOf(const std::vector<std::uint8_t>& fileBytes)
     reader.skip(64);
     const DerivedKeys keys =
         deriveKeys(parsed.header.masterSeed, transformKey(compositeKey(fuzz::fuzzCredentials()), parsed.header.kdf));
-    const SecureBytes ciphertext = readBlockStream(reader, keys.hmacBaseKey);
-    SecureBytes payload = aes256CbcDecrypt(keys.masterKey, parsed.header.encryptionIV, ciphertext.span());
+    SecureBytes payload = decryptPayload(reader, parsed.header, keys);
     return payload;
 }
 

@@ -11,7 +11,6 @@
 #include "kdbx/Random.h"
 
 #include <cstring>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -141,7 +140,6 @@ DerivedKeys keysFor(const OuterHeader& header, const Credentials& credentials,
     return deriveKeys(header.masterSeed, transformed);
 }
 
-std::string identifierText(ByteView id) { return base64Encode(id); }
 
 // The declaration says what the writer wrote: XML 1.0, UTF-8, standalone.
 void normaliseDeclaration(pugi::xml_document& document)
@@ -175,28 +173,7 @@ std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& 
     if (!constantTimeEqual(storedHmac, headerHmac(parsed.raw, keys.hmacBaseKey)))
         throw KdbxError::wrongCredentials();
 
-    const OuterHeader& h = parsed.header;
-    std::optional<PayloadDecryptor> decryptor;
-    if (isIdentifier(h.cipher, cipherAes256)) {
-        if (h.encryptionIV.size() != 16)
-            throw KdbxError::malformedHeader("encryption IV length");
-        decryptor.emplace(PayloadDecryptor::aes256Cbc(keys.masterKey, h.encryptionIV));
-    } else if (isIdentifier(h.cipher, cipherChaCha20)) {
-        if (h.encryptionIV.size() != 12)
-            throw KdbxError::malformedHeader("encryption IV length");
-        decryptor.emplace(PayloadDecryptor::chaCha20(keys.masterKey, h.encryptionIV));
-    } else {
-        throw KdbxError::unsupportedCipher(identifierText(h.cipher));
-    }
-    // Each block is decrypted straight out of the file's bytes once its code checks. The blocks' data
-    // and their 36-byte headers are all within what is left, so that is room enough for the plaintext
-    // and the cipher's held-back block.
-    SecureBytes payload = SecureBytes::uninitialised(reader.remaining());
-    std::size_t length = 0;
-    readBlocks(reader, keys.hmacBaseKey,
-               [&](ByteView block) { length += decryptor->update(block, payload.data() + length); });
-    length += decryptor->finish(payload.data() + length);
-    payload.resize(length);
+    SecureBytes payload = decryptPayload(reader, parsed.header, keys);
     if (parsed.header.compressed)
         payload = gunzip(payload.span());
 

@@ -1,6 +1,9 @@
 #include "kdbx/PayloadCipher.h"
 
+#include "kdbx/BlockStream.h"
 #include "kdbx/Check.h"
+#include "kdbx/Encoding.h"
+#include "kdbx/Identifiers.h"
 #include "kdbx/KdbxError.h"
 
 #include <openssl/evp.h>
@@ -9,6 +12,7 @@
 #include <array>
 #include <climits>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace quillon::kdbx {
@@ -123,6 +127,31 @@ std::size_t PayloadDecryptor::finish(std::uint8_t* out)
     if (EVP_DecryptFinal_ex(context_, out, &len) != 1)
         throw KdbxError::wrongCredentials();
     return static_cast<std::size_t>(len);
+}
+
+SecureBytes decryptPayload(ByteReader& reader, const OuterHeader& header, const DerivedKeys& keys)
+{
+    std::optional<PayloadDecryptor> decryptor;
+    if (isIdentifier(header.cipher, cipherAes256)) {
+        if (header.encryptionIV.size() != aesBlock)
+            throw KdbxError::malformedHeader("encryption IV length");
+        decryptor.emplace(PayloadDecryptor::aes256Cbc(keys.masterKey, header.encryptionIV));
+    } else if (isIdentifier(header.cipher, cipherChaCha20)) {
+        if (header.encryptionIV.size() != 12)
+            throw KdbxError::malformedHeader("encryption IV length");
+        decryptor.emplace(PayloadDecryptor::chaCha20(keys.masterKey, header.encryptionIV));
+    } else {
+        throw KdbxError::unsupportedCipher(base64Encode(header.cipher));
+    }
+    // The blocks' data and their 36-byte headers are all within what is left, so that is room enough for
+    // the plaintext and the cipher's held-back block.
+    SecureBytes payload = SecureBytes::uninitialised(reader.remaining());
+    std::size_t length = 0;
+    readBlocks(reader, keys.hmacBaseKey,
+               [&](ByteView block) { length += decryptor->update(block, payload.data() + length); });
+    length += decryptor->finish(payload.data() + length);
+    payload.resize(length);
+    return payload;
 }
 
 ChaCha20::ChaCha20(ByteView key, ByteView nonce, std::uint32_t counter)

@@ -1,6 +1,9 @@
 // kdbx/PayloadCipher.h: the two payload ciphers, AES-256-CBC and the ChaCha20 stream (also the inner stream).
 #pragma once
 
+#include "kdbx/Argon2Kdf.h"
+#include "kdbx/ByteReader.h"
+#include "kdbx/OuterHeader.h"
 #include "kdbx/SecureBytes.h"
 
 #include <cstddef>
@@ -40,6 +43,12 @@ private:
     explicit PayloadDecryptor(evp_cipher_ctx_st* context) noexcept : context_(context) {}
     evp_cipher_ctx_st* context_ = nullptr;
 };
+
+// Reads the block stream at the reader and decrypts it with the header's cipher. Each block is decrypted
+// straight out of the file's bytes once its code checks, so the joined ciphertext is never held as a copy
+// of its own. Throws KdbxError: a bad block code, an unsupported cipher, an IV of the wrong length, or
+// wrongCredentials for bad padding.
+SecureBytes decryptPayload(ByteReader& reader, const OuterHeader& header, const DerivedKeys& keys);
 
 // RFC 8439 ChaCha20: a 32-byte key and a 12-byte nonce, else the program stops.
 class ChaCha20 {
