@@ -13,10 +13,13 @@ if(DEFINED ENV{CI} AND NOT "$ENV{CI}" STREQUAL "" AND NOT "$ENV{CI}" STREQUAL "f
     target_compile_options(quillon_options INTERFACE -Werror)
 endif()
 
+# Sanitizers (and, in fuzz builds, coverage) also go into the third-party code we compile ourselves.
+add_library(quillon_instrument INTERFACE)
+target_link_libraries(quillon_options INTERFACE quillon_instrument)
 if(QUILLON_SANITIZE)
-    target_compile_options(quillon_options INTERFACE -fsanitize=${QUILLON_SANITIZE} -fno-omit-frame-pointer
+    target_compile_options(quillon_instrument INTERFACE -fsanitize=${QUILLON_SANITIZE} -fno-omit-frame-pointer
                            -fno-sanitize-recover=all)
-    target_link_options(quillon_options INTERFACE -fsanitize=${QUILLON_SANITIZE})
+    target_link_options(quillon_instrument INTERFACE -fsanitize=${QUILLON_SANITIZE})
 else()
     # Fortify needs optimisation and fights the sanitizers' own interceptors.
     target_compile_options(quillon_options INTERFACE

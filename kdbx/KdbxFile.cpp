@@ -83,7 +83,7 @@ void unprotect(pugi::xml_document& document, const InnerHeader& inner)
             throw KdbxError::malformedXML("a protected value is not base64");
         stream.apply(plain.span());
         // Plain text is never longer than its base64, so pugixml rewrites it in place when it can.
-        if (!plain.empty() || node.first_child())
+        if (!plain.empty() || node.text())
             node.text().set(plain.view().data(), plain.size());
     });
 }
@@ -104,7 +104,7 @@ public:
                 cipher = saved_.back().plain.copy();
                 stream.apply(cipher.span());
                 const std::string encoded = base64Encode(cipher.span());
-                if (!encoded.empty() || node.first_child())
+                if (!encoded.empty() || node.text())
                     node.text().set(encoded.c_str());
             });
         } catch (...) {
@@ -120,7 +120,7 @@ private:
     void restore() noexcept
     {
         for (Saved& s : saved_) {
-            if (!s.plain.empty() || s.node.first_child())
+            if (!s.plain.empty() || s.node.text())
                 s.node.text().set(s.plain.view().data(), s.plain.size());
         }
         saved_.clear();

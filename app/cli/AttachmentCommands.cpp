@@ -68,6 +68,8 @@ int attachmentImport(Invocation& call)
     for (auto a = value.first_attribute(); a; a = value.first_attribute())
         value.remove_attribute(a);
     value.remove_children();
+    if (value.text()) // text kept in the element itself
+        value.text().set("");
     value.append_attribute("Ref").set_value(static_cast<unsigned long long>(index));
     entry.touch();
     db.document().changed();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kdbx/Encoding.h"
+#include "kdbx/KdbxFile.h"
 #include "model/Document.h"
 #include "model/Entry.h"
 #include "model/Group.h"
@@ -108,7 +109,8 @@ inline constexpr const char* sampleXml = R"(<?xml version="1.0" encoding="utf-8"
 </KeePassFile>
 )";
 
-inline constexpr unsigned parseFlags = pugi::parse_default | pugi::parse_ws_pcdata | pugi::parse_declaration;
+// The options that opening a file uses, so that the model is tested on the documents it will really see.
+inline constexpr unsigned parseFlags = kdbx::xmlParseOptions;
 
 // Parses fixture text (after expanding @tag@ UUIDs) into a document viewed with a fixed clock.
 class ModelFixture : public ::testing::Test {
