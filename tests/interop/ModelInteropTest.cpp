@@ -1,5 +1,5 @@
 // Files edited by the model and saved here, read back by keepassxc-cli: the edits, their history, what
-// the model left alone, and deletions that another program's merge must honour.
+// the model left alone, and deletions that another program's merge (kdbxweb's) must honour.
 #include "kdbx/KdbxFile.h"
 #include "model/Document.h"
 #include "model/Group.h"
@@ -17,6 +17,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <optional>
+#include <sstream>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -166,57 +168,129 @@ TEST(ModelInterop, keepassxcSeesEditsHistoryAndUntouchedElements)
     EXPECT_EQ(std::string(entry.select_node("CustomData/Item[Key='peer.key']/Value").node().child_value()), "peer value");
 }
 
-// Groups and entries that the model deletes for good are gone for keepassxc-cli, and KeePassXC reads
-// their deletion records as records (it writes them back in its own export). No merge is checked here:
-// keepassxc-cli 2.7's merge applies no deletion records at all, not even its own, so an older copy merged
-// in brings back whatever was deleted, by any program.
-TEST(ModelInterop, keepassxcReadsDeletionRecords)
+// A pykeepass database of which the model deletes the group Old (with Old/Inner, Alpha and Beta) and the
+// entry Delta for good, through the bin; the file before the deletion is kept as the older copy.
+struct Deletion {
+    std::filesystem::path db, older;
+    std::vector<std::string> removed; // UUIDs, sorted
+};
+
+void deleteForGood(const test::TempDir& tmp, Deletion& out)
 {
-    QUILLON_REQUIRE_PEER(test::keepassxcCli(), "keepassxc-cli");
-    QUILLON_REQUIRE_PEER(test::pykeepassPython(), "pykeepass");
-    test::TempDir tmp;
-    const auto db = tmp / "deleted.kdbx";
+    out.db = tmp / "deleted.kdbx";
+    out.older = tmp / "older.kdbx";
     test::PeerDatabase spec;
     spec.groups = {"Old", "Old/Inner", "Keep"};
     spec.entries = {{"Old", "Alpha", "a", "pa", "", ""},
                     {"Old/Inner", "Beta", "b", "pb", "", ""},
                     {"Keep", "Gamma", "c", "pc", "", ""},
                     {"", "Delta", "d", "pd", "", ""}};
-    const auto made = test::makePykeepassDatabase(db, spec);
+    const auto made = test::makePykeepassDatabase(out.db, spec);
     ASSERT_EQ(made.exitCode, 0) << made.err;
+    std::filesystem::copy_file(out.db, out.older);
 
-    const auto file = kdbx::KdbxFile::open(test::readFile(db), test::passwordOnly(password));
+    const auto file = kdbx::KdbxFile::open(test::readFile(out.db), test::passwordOnly(password));
     const model::Document doc(file->document);
     auto old = groupNamed(doc, "Old");
     auto delta = entryTitled(doc, "Delta");
     ASSERT_TRUE(old && delta);
-    std::vector<std::string> removed{std::string(old->uuid()), std::string(delta->uuid())};
+    out.removed = {std::string(old->uuid()), std::string(delta->uuid())};
     for (const auto& g : old->allGroups())
-        removed.emplace_back(g.uuid());
+        out.removed.emplace_back(g.uuid());
     for (const auto& e : old->allEntries())
-        removed.emplace_back(e.uuid());
-    ASSERT_EQ(removed.size(), 5u);
+        out.removed.emplace_back(e.uuid());
+    ASSERT_EQ(out.removed.size(), 5u);
+    std::sort(out.removed.begin(), out.removed.end());
     EXPECT_EQ(model::deleteGroup(*old), model::DeleteResult::movedToBin);
     EXPECT_EQ(model::deleteEntry(*delta), model::DeleteResult::movedToBin);
     EXPECT_EQ(model::emptyBin(doc), model::DeleteResult::deletedPermanently);
-    test::writeFile(db, file->save(test::passwordOnly(password)));
+    test::writeFile(out.db, file->save(test::passwordOnly(password)));
+}
 
-    const std::string listing = listAll(db);
+// Groups and entries that the model deletes for good are gone for keepassxc-cli, and KeePassXC reads
+// their deletion records as records (it writes them back in its own export). keepassxc-cli 2.7's merge
+// applies no deletion records at all, not even its own, so its merge is not the check: kdbxweb's is, below.
+TEST(ModelInterop, keepassxcReadsDeletionRecords)
+{
+    QUILLON_REQUIRE_PEER(test::keepassxcCli(), "keepassxc-cli");
+    QUILLON_REQUIRE_PEER(test::pykeepassPython(), "pykeepass");
+    test::TempDir tmp;
+    Deletion d;
+    ASSERT_NO_FATAL_FAILURE(deleteForGood(tmp, d));
+
+    const std::string listing = listAll(d.db);
     for (const char* name : {"Old", "Inner", "Alpha", "Beta", "Delta"})
         EXPECT_FALSE(lists(listing, name)) << name << " in\n" << listing;
     EXPECT_TRUE(lists(listing, "Gamma")) << listing;
     EXPECT_TRUE(lists(listing, "Recycle Bin")) << listing;
 
     pugi::xml_document theirs;
-    ASSERT_NO_FATAL_FAILURE(exportXml(db, theirs));
+    ASSERT_NO_FATAL_FAILURE(exportXml(d.db, theirs));
     std::vector<std::string> recorded;
     for (const auto record : theirs.child("KeePassFile").child("Root").child("DeletedObjects").children("DeletedObject")) {
         recorded.emplace_back(record.child_value("UUID"));
         EXPECT_TRUE(record.child("DeletionTime"));
     }
-    std::sort(removed.begin(), removed.end());
     std::sort(recorded.begin(), recorded.end());
-    EXPECT_EQ(recorded, removed);
+    EXPECT_EQ(recorded, d.removed);
+}
+
+// Merges the second file into the first with kdbxweb and lists what is left: "item <path>" lines (groups
+// end in "/"), then "deleted <uuid>" for each deletion record of the merged file.
+const char* kdbxwebMerge = R"JS(
+const fs = require('fs');
+const kdbxweb = require('kdbxweb');
+const { argon2d, argon2id } = require('hash-wasm');
+kdbxweb.CryptoEngine.setArgon2Impl(async (password, salt, memory, iterations, length, parallelism, type) => {
+  const out = await (type === 2 ? argon2id : argon2d)({ password: new Uint8Array(password),
+      salt: new Uint8Array(salt), parallelism, iterations, memorySize: memory, hashLength: length,
+      outputType: 'binary' });
+  return out.buffer.slice(out.byteOffset, out.byteOffset + out.byteLength);
+});
+const [into, from, password] = process.argv.slice(1);
+const load = (p) => kdbxweb.Kdbx.load(new Uint8Array(fs.readFileSync(p)).buffer,
+    new kdbxweb.Credentials(kdbxweb.ProtectedValue.fromString(password)));
+(async () => {
+  const db = await load(into);
+  db.merge(await load(from));
+  // What a merge leaves is what the saved file holds: read it back.
+  const merged = await kdbxweb.Kdbx.load(await db.save(), db.credentials);
+  const walk = (g, path) => {
+    for (const e of g.entries) console.log('item ' + path + e.fields.get('Title'));
+    for (const c of g.groups) { console.log('item ' + path + c.name + '/'); walk(c, path + c.name + '/'); }
+  };
+  walk(merged.getDefaultGroup(), '');
+  for (const d of merged.deletedObjects) console.log('deleted ' + d.uuid.id);
+})().catch((e) => { console.error(String(e)); process.exit(1); });
+)JS";
+
+// The point of deletion records: another program that merges an older copy of the database, in either
+// direction, must not bring back what was deleted, and keeps the records.
+TEST(ModelInterop, kdbxwebMergeOfAnOlderCopyKeepsDeletedItemsGone)
+{
+    QUILLON_REQUIRE_PEER(test::kdbxwebModules(), "kdbxweb (scripts/install-deps)");
+    QUILLON_REQUIRE_PEER(test::pykeepassPython(), "pykeepass");
+    test::TempDir tmp;
+    Deletion d;
+    ASSERT_NO_FATAL_FAILURE(deleteForGood(tmp, d));
+
+    for (const auto& [into, from] : {std::pair{d.db, d.older}, std::pair{d.older, d.db}}) {
+        SCOPED_TRACE(into.filename().string() + " <- " + from.filename().string());
+        const auto merged = test::kdbxweb(kdbxwebMerge, {into.string(), from.string(), password});
+        ASSERT_EQ(merged.exitCode, 0) << merged.err;
+        std::vector<std::string> items, records;
+        std::istringstream lines(merged.out);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.starts_with("item "))
+                items.push_back(line.substr(5));
+            else if (line.starts_with("deleted "))
+                records.push_back(line.substr(8));
+        }
+        std::sort(items.begin(), items.end());
+        EXPECT_EQ(items, (std::vector<std::string>{"Keep/", "Keep/Gamma", "Recycle Bin/"}));
+        std::sort(records.begin(), records.end());
+        EXPECT_EQ(records, d.removed);
+    }
 }
 
 } // namespace

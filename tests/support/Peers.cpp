@@ -33,6 +33,17 @@ std::optional<std::filesystem::path> pykeepassPython()
     return found;
 }
 
+std::optional<std::filesystem::path> kdbxwebModules()
+{
+    std::filesystem::path dir = std::filesystem::path(QUILLON_SOURCE_DIR) / ".deps/node/node_modules";
+    if (const char* env = std::getenv("QUILLON_NODE_MODULES"))
+        dir = env;
+    if (!findInPath("node") || !std::filesystem::exists(dir / "kdbxweb/package.json") ||
+        !std::filesystem::exists(dir / "hash-wasm"))
+        return std::nullopt;
+    return dir;
+}
+
 std::optional<std::filesystem::path> corpusDir()
 {
     std::filesystem::path dir = QUILLON_DEFAULT_CORPUS_DIR;
@@ -59,6 +70,16 @@ ProcessResult pykeepass(const std::string& script, const std::vector<std::string
     std::vector<std::string> argv{"/usr/bin/python3", "-c", script};
     argv.insert(argv.end(), args.begin(), args.end());
     return run(argv);
+}
+
+ProcessResult kdbxweb(const std::string& script, const std::vector<std::string>& args)
+{
+    std::vector<std::string> argv{"node", "-e", script};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ProcessOptions options;
+    if (const auto modules = kdbxwebModules())
+        options.env["NODE_PATH"] = modules->string();
+    return run(argv, options);
 }
 
 } // namespace quillon::test

@@ -18,6 +18,9 @@ bool corpusRequired();
 std::optional<std::filesystem::path> keepassxcCli();
 // The system Python with pykeepass importable (not a virtual environment's).
 std::optional<std::filesystem::path> pykeepassPython();
+// The node_modules folder that holds kdbxweb and hash-wasm (scripts/install-deps puts them in .deps/node;
+// QUILLON_NODE_MODULES overrides), when Node.js is on the PATH too.
+std::optional<std::filesystem::path> kdbxwebModules();
 // ../shared/corpus beside the source tree, or QUILLON_CORPUS_DIR.
 std::optional<std::filesystem::path> corpusDir();
 
@@ -25,6 +28,9 @@ std::optional<std::filesystem::path> corpusDir();
 ProcessResult keepassxc(const std::vector<std::string>& args, const std::string& input = {});
 // Runs a Python script with pykeepass; arguments follow the script.
 ProcessResult pykeepass(const std::string& script, const std::vector<std::string>& args = {});
+// Runs a Node.js script that can require kdbxweb and hash-wasm; arguments follow the script
+// (process.argv.slice(1) in the script).
+ProcessResult kdbxweb(const std::string& script, const std::vector<std::string>& args = {});
 
 } // namespace quillon::test
 
