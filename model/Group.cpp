@@ -96,19 +96,45 @@ std::vector<Entry> Group::entries() const
 
 namespace {
 
+// What one pass over a group's children finds. In a large file a group's children lie far apart (each
+// entry behind its history), so every further pass over them costs a cache miss per child.
+struct GroupChildren {
+    std::vector<pugi::xml_node> entries;
+    std::vector<pugi::xml_node> groups;
+    const char* enableSearching = ""; // text of the first EnableSearching
+    void read(pugi::xml_node g)
+    {
+        entries.clear();
+        groups.clear();
+        enableSearching = "";
+        bool searchingSeen = false;
+        for (auto c = g.first_child(); c; c = c.next_sibling()) {
+            if (nodes::isNamed(c, "Entry"))
+                entries.push_back(c);
+            else if (nodes::isNamed(c, "Group"))
+                groups.push_back(c);
+            else if (!searchingSeen && nodes::isNamed(c, "EnableSearching")) {
+                searchingSeen = true;
+                enableSearching = c.child_value();
+            }
+        }
+    }
+};
+
 // Pre-order over the groups below (and including) start, with the flag each inherits; no recursion,
 // since a hostile file may nest groups arbitrarily deep.
 template <class Visit>
 void walk(pugi::xml_node start, bool startFlag, Visit&& visit)
 {
     std::vector<std::pair<pugi::xml_node, bool>> stack{{start, startFlag}};
+    GroupChildren children;
     while (!stack.empty()) {
         auto [g, inherited] = stack.back();
         stack.pop_back();
-        const bool flag = visit(g, inherited);
-        for (auto c = g.last_child(); c; c = c.previous_sibling())
-            if (nodes::isNamed(c, "Group"))
-                stack.emplace_back(c, flag);
+        children.read(g);
+        const bool flag = visit(g, inherited, children);
+        for (auto c = children.groups.rbegin(); c != children.groups.rend(); ++c)
+            stack.emplace_back(*c, flag);
     }
 }
 
@@ -117,8 +143,8 @@ void walk(pugi::xml_node start, bool startFlag, Visit&& visit)
 std::vector<Entry> Group::allEntries() const
 {
     std::vector<Entry> out;
-    walk(element_, true, [&](pugi::xml_node g, bool) {
-        for (const auto e : g.children("Entry"))
+    walk(element_, true, [&](pugi::xml_node, bool, const GroupChildren& children) {
+        for (const auto e : children.entries)
             out.emplace_back(e, *document_);
         return true;
     });
@@ -128,7 +154,7 @@ std::vector<Entry> Group::allEntries() const
 std::vector<Group> Group::allGroups() const
 {
     std::vector<Group> out;
-    walk(element_, true, [&](pugi::xml_node g, bool) {
+    walk(element_, true, [&](pugi::xml_node g, bool, const GroupChildren&) {
         if (g != element_)
             out.emplace_back(g, *document_);
         return true;
@@ -139,10 +165,10 @@ std::vector<Group> Group::allGroups() const
 std::vector<Entry> Group::searchableEntries() const
 {
     std::vector<Entry> out;
-    walk(element_, true, [&](pugi::xml_node g, bool inherited) {
-        const bool flag = readLooseBool(nodes::childText(g, "EnableSearching")).value_or(inherited);
+    walk(element_, true, [&](pugi::xml_node, bool inherited, const GroupChildren& children) {
+        const bool flag = readLooseBool(children.enableSearching).value_or(inherited);
         if (flag)
-            for (const auto e : g.children("Entry"))
+            for (const auto e : children.entries)
                 out.emplace_back(e, *document_);
         return flag;
     });
