@@ -1,6 +1,7 @@
 // Searching the whole database from the vault window's search field.
 #include "model/Document.h"
 #include "model/History.h"
+#include "model/RecycleBin.h"
 #include "model/Search.h"
 #include "model/SearchIndex.h"
 #include "tests/support/BenchDatabase.h"
@@ -81,6 +82,28 @@ void searchAfterAnEdit(benchmark::State& state)
     }
 }
 BENCHMARK(searchAfterAnEdit)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMillisecond)->Repetitions(7)
+    ->DisplayAggregatesOnly(true);
+
+// The first keystroke after a change wider than one entry: a group of 50 entries goes to the bin and
+// comes back, so the searchable entries are listed again but no entry's texts are gathered again.
+void searchAfterAMove(benchmark::State& state)
+{
+    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    model::SearchIndex index(doc);
+    const auto group = doc.topGroup()->groups().front();
+    model::deleteGroup(group); // makes the bin, once
+    model::restore(group);
+    index.entriesToList(std::nullopt, "z", model::SearchScope::everywhere);
+    for (auto _ : state) {
+        state.PauseTiming();
+        model::deleteGroup(group);
+        model::restore(group);
+        state.ResumeTiming();
+        auto hits = index.entriesToList(std::nullopt, "Zebra", model::SearchScope::everywhere);
+        benchmark::DoNotOptimize(hits.data());
+    }
+}
+BENCHMARK(searchAfterAMove)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMillisecond)->Repetitions(7)
     ->DisplayAggregatesOnly(true);
 
 } // namespace

@@ -17,8 +17,13 @@ Document::Document(pugi::xml_document& xml, Clock clock) : xml_(&xml), clock_(st
 
 void Document::changed() const noexcept
 {
-    structuralRevision_ = ++revision_;
+    contentRevision_ = structuralRevision_ = ++revision_;
     changedEntries_.clear();
+}
+
+void Document::structureChanged() const noexcept
+{
+    structuralRevision_ = ++revision_;
 }
 
 void Document::entryChanged(pugi::xml_node entry) const noexcept

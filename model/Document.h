@@ -35,21 +35,27 @@ public:
     std::uint64_t revision() const noexcept { return revision_; }
     // A change that may add, remove or move items, or change anything outside one entry's own children.
     void changed() const noexcept;
+    // A change that moves, reorders or files away whole items (into the bin, back out of it) and frees no
+    // element: the fields of every entry stay as they were, so a cache of entry texts keeps them.
+    void structureChanged() const noexcept;
     // A change confined to the children of one entry (its fields, times, history). Such changes are
     // listed, so that a cache can refresh only those entries; the list is short-lived and bounded.
     void entryChanged(pugi::xml_node entry) const noexcept;
     // Visits, oldest first, the entries changed after revision `since` and returns true; returns false
-    // without visiting when anything other than entry changes happened since then (refresh everything).
+    // without visiting when a change other than entry and structure changes happened since then
+    // (refresh everything).
     template <class Visit>
     bool forEachEntryChangedSince(std::uint64_t since, Visit&& visit) const
     {
-        if (since < structuralRevision_)
+        if (since < contentRevision_)
             return false;
         for (const auto& [revision, entry] : changedEntries_)
             if (revision > since)
                 visit(entry);
         return true;
     }
+    // True when items moved or were filed away after revision `since` (or anything else changed).
+    bool structureChangedSince(std::uint64_t since) const noexcept { return since < structuralRevision_; }
 
     pugi::xml_node meta() const;
     pugi::xml_node root() const;
@@ -83,6 +89,7 @@ private:
     Clock clock_;
     mutable std::uint64_t revision_ = 0;
     mutable std::uint64_t structuralRevision_ = 0;
+    mutable std::uint64_t contentRevision_ = 0;
     mutable std::vector<std::pair<std::uint64_t, pugi::xml_node>> changedEntries_;
 };
 

@@ -17,7 +17,7 @@ std::string_view Group::name() const
 
 void Group::rename(std::string_view name) const
 {
-    document_->changed();
+    document_->structureChanged(); // no entry's fields change
     nodes::setChildText(element_, "Name", name);
 }
 
@@ -56,7 +56,7 @@ std::optional<Time> Group::locationChanged() const
 
 void Group::touch() const
 {
-    document_->changed();
+    document_->structureChanged(); // no entry's fields change
     nodes::stampTime(element_, "LastModificationTime", document_->now());
 }
 

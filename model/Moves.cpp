@@ -30,7 +30,7 @@ bool reorderNode(pugi::xml_node item, pugi::xml_node before)
 
 bool moveEntry(const Entry& entry, const Group& target)
 {
-    entry.document().changed();
+    entry.document().structureChanged();
     if (entry.element().parent() == target.element())
         return false;
     if (isBinGroup(target) && !isInsideBin(entry)) {
@@ -57,7 +57,7 @@ bool canMoveGroup(const Group& group, const Group& target)
 
 bool moveGroup(const Group& group, const Group& target, const std::optional<Group>& before)
 {
-    group.document().changed();
+    group.document().structureChanged();
     if (!canMoveGroup(group, target) || (before && before->element() == group.element()))
         return false;
     const auto oldParent = group.element().parent();
@@ -80,13 +80,13 @@ bool moveGroup(const Group& group, const Group& target, const std::optional<Grou
 
 bool reorder(const Entry& item, const std::optional<Entry>& before)
 {
-    item.document().changed();
+    item.document().structureChanged();
     return reorderNode(item.element(), before ? before->element() : pugi::xml_node());
 }
 
 bool reorder(const Group& item, const std::optional<Group>& before)
 {
-    item.document().changed();
+    item.document().structureChanged();
     return reorderNode(item.element(), before ? before->element() : pugi::xml_node());
 }
 

@@ -108,7 +108,7 @@ void deleteNodePermanently(const Document& document, pugi::xml_node item)
 
 bool restoreNode(const Document& document, pugi::xml_node item)
 {
-    document.changed();
+    document.structureChanged();
     const auto top = document.topGroup();
     if (!top || nodes::isSelfOrAncestor(item, top->element()) || !item.parent())
         return false;
@@ -145,7 +145,7 @@ bool isBin(const Group& group)
 
 void moveIntoBin(pugi::xml_node item, const Group& bin)
 {
-    bin.document().changed();
+    bin.document().structureChanged();
     const std::string previous(nodes::childText(item.parent(), "UUID"));
     bin.element().append_move(item);
     if (!previous.empty())

@@ -42,7 +42,7 @@ bool SearchIndex::refresh()
     if (revision_ == document_->revision())
         return true;
     SearchText gather;
-    const bool onlyEntries = document_->forEachEntryChangedSince(revision_, [&](pugi::xml_node entry) {
+    const bool known = document_->forEachEntryChangedSince(revision_, [&](pugi::xml_node entry) {
         // Entries outside the index (history versions, unsearchable groups) stay outside it.
         const auto found = spanOf_.find(entry.internal_object());
         if (found == spanOf_.end())
@@ -53,11 +53,42 @@ bool SearchIndex::refresh()
         gather.append(entry, *scope_, text_);
         span.size = text_.size() - span.offset;
     });
+    if (!known)
+        return false;
+    if (document_->structureChangedSince(revision_))
+        regroup(gather);
     // Replaced texts pile up at the end; past half the buffer, gathering afresh is cheaper than carrying them.
-    if (!onlyEntries || stale_ > text_.size() / 2)
+    if (stale_ > text_.size() / 2)
         return false;
     revision_ = document_->revision();
     return true;
+}
+
+void SearchIndex::regroup(SearchText& gather)
+{
+    std::vector<Span> spans;
+    std::unordered_map<const void*, std::size_t> spanOf;
+    if (const auto top = document_->topGroup()) {
+        const auto entries = top->searchableEntries();
+        spans.reserve(entries.size());
+        spanOf.reserve(entries.size());
+        for (const auto& entry : entries) {
+            const void* key = entry.element().internal_object();
+            if (const auto found = spanOf_.find(key); found != spanOf_.end()) {
+                spans.push_back(spans_[found->second]);
+                spans_[found->second].size = 0; // carried over, so not stale
+            } else {
+                const std::size_t offset = text_.size();
+                gather.append(entry.element(), *scope_, text_);
+                spans.push_back({entry.element(), offset, text_.size() - offset});
+            }
+            spanOf.emplace(key, spans.size() - 1);
+        }
+    }
+    for (const auto& span : spans_)
+        stale_ += span.size;
+    spans_ = std::move(spans);
+    spanOf_ = std::move(spanOf);
 }
 
 std::vector<Entry> SearchIndex::entriesToList(const std::optional<Group>& selected, std::string_view text,

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <map>
 
 using namespace quillon::model;
 using namespace quillon::model::test;
@@ -216,9 +217,19 @@ namespace {
 // The index must list exactly what a walk of the live tree lists, before and after changes.
 TEST_F(SearchTest, indexAgreesWithTheLiveTreeAcrossChanges)
 {
+    // Enough other text that the changes below are carried by the index, not gathered afresh.
+    for (int i = 0; i < 50; ++i)
+        doc().newEntry(*doc().topGroup(), "filler").setField("Notes", std::string(200, 'x'), false);
+    // The window's index, which changes scope with the user, and one index per scope, which only ever
+    // refreshes: both must agree with the live tree.
     SearchIndex index(doc());
+    std::map<SearchScope, SearchIndex> perScope;
     const auto same = [&](std::string_view text, SearchScope scope) {
         const auto live = entriesToList(doc(), doc().topGroup(), text, scope);
+        const auto own = perScope.try_emplace(scope, doc()).first->second.entriesToList(doc().topGroup(), text, scope);
+        ASSERT_EQ(live.size(), own.size()) << text;
+        for (std::size_t i = 0; i < live.size(); ++i)
+            EXPECT_EQ(live[i].element(), own[i].element()) << text;
         const auto cached = index.entriesToList(doc().topGroup(), text, scope);
         ASSERT_EQ(live.size(), cached.size()) << text;
         for (std::size_t i = 0; i < live.size(); ++i)
@@ -247,6 +258,24 @@ TEST_F(SearchTest, indexAgreesWithTheLiveTreeAcrossChanges)
                 entry("tokyo").setField("UserName", i % 2 ? "tulip office" : "new york", false);
         },
         [&] { doc().topGroup()->rename("Top office"); },
+        // Moves and filing into and out of the bin, alone and after edits still waiting to be gathered.
+        [&] { moveEntry(entry("tokyo"), group("hidden")); },
+        [&] { moveEntry(entry("tokyo"), *doc().topGroup()); },
+        [&] {
+            entry("tokyo").setField("Title", "Office moved", false);
+            moveEntry(entry("tokyo"), doc().topGroup()->groups().front());
+        },
+        [&] {
+            editField(entry("paris"), "Notes", "office to the bin");
+            deleteEntry(entry("paris"));
+        },
+        [&] { restore(entry("paris")); },
+        [&] { deleteGroup(doc().topGroup()->groups().front()); },
+        [&] { restore(findBin(doc())->groups().front()); },
+        [&] {
+            deleteEntry(entry("paris"));
+            emptyBin(doc());
+        },
     };
     for (const auto& change : changes) {
         change();
