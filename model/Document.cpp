@@ -152,7 +152,7 @@ Entry Document::entry(pugi::xml_node element) const
 
 Entry Document::newEntry(const Group& parent, std::string_view title) const
 {
-    changed();
+    structureChanged(); // the fields that follow list the entry as changed
     auto e = parent.element().append_child("Entry");
     e.append_child("UUID").text().set(kdbx::newUuidText().c_str());
     auto times = e.append_child("Times");
@@ -168,7 +168,7 @@ Entry Document::newEntry(const Group& parent, std::string_view title) const
 
 Group Document::newGroup(const Group& parent, std::string_view name) const
 {
-    changed();
+    structureChanged();
     auto g = parent.element().append_child("Group");
     g.append_child("UUID").text().set(kdbx::newUuidText().c_str());
     g.append_child("Name").text().set(name.data(), name.size());

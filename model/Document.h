@@ -35,8 +35,9 @@ public:
     std::uint64_t revision() const noexcept { return revision_; }
     // A change that may add, remove or move items, or change anything outside one entry's own children.
     void changed() const noexcept;
-    // A change that moves, reorders or files away whole items (into the bin, back out of it) and frees no
-    // element: the fields of every entry stay as they were, so a cache of entry texts keeps them.
+    // A change that adds, moves, reorders or files away whole items (into the bin, back out of it) and
+    // frees no element: the fields of every entry already there stay as they were, so a cache of entry
+    // texts keeps them. A new entry's fields are listed through entryChanged.
     void structureChanged() const noexcept;
     // A change confined to the children of one entry (its fields, times, history). Such changes are
     // listed, so that a cache can refresh only those entries; the list is short-lived and bounded.

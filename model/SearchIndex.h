@@ -17,8 +17,8 @@ class SearchText;
 // Walking a large tree on every keystroke costs more than scanning contiguous text, so the texts of one
 // scope are gathered once and reused while the document stays the same. After edits confined to single
 // entries (Document::entryChanged) only those entries are gathered again; any other change made through
-// the model gathers everything on the next search, but for moves and filing into or out of the bin, after
-// which the searchable entries are listed again and only entries new to the index are gathered. Code that changes the tree behind the model's back
+// the model gathers everything on the next search, but for new items, moves and filing into or out of the
+// bin, after which the searchable entries are listed again and only entries new to the index are gathered. Code that changes the tree behind the model's back
 // must call Document::changed(), or the index may hold handles on removed elements.
 // Gives exactly what entriesToList gives.
 class SearchIndex {
