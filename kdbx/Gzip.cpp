@@ -1,5 +1,7 @@
 #include "kdbx/Gzip.h"
 
+#include <cstring>
+
 #include "kdbx/ByteReader.h"
 #include "kdbx/ByteWriter.h"
 #include "kdbx/Check.h"
@@ -140,18 +142,21 @@ std::vector<std::uint8_t> gzip(ByteView data)
     QUILLON_CHECK(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, rawDeflate, 8, Z_DEFAULT_STRATEGY) == Z_OK);
 
     static constexpr std::uint8_t header[] = {0x1f, 0x8b, 0x08, 0x00, 0, 0, 0, 0, 0x00, 0xff};
-    std::vector<std::uint8_t> out(header, header + sizeof header);
-    out.resize(sizeof header + deflateBound(&z, static_cast<uLong>(data.size())));
+    // Deflated into a wiped buffer sized for the worst case but left untouched beyond what deflate
+    // writes: the bound is about the size of the input, the output a tenth of it for a database's XML.
+    SecureBytes packed;
+    packed.resizeUninitialised(sizeof header + deflateBound(&z, static_cast<uLong>(data.size())));
+    std::memcpy(packed.data(), header, sizeof header);
     std::size_t produced = sizeof header;
     ByteView rest = data;
     for (;;) {
-        if (produced == out.size())
-            out.resize(out.size() * 2);
+        if (produced == packed.size())
+            packed.resizeUninitialised(packed.size() * 2);
         const std::size_t inBefore = z.total_in;
         z.next_in = const_cast<Bytef*>(rest.data());
         z.avail_in = slice(rest.size());
-        z.next_out = out.data() + produced;
-        z.avail_out = slice(out.size() - produced);
+        z.next_out = packed.data() + produced;
+        z.avail_out = slice(packed.size() - produced);
         const uInt outBefore = z.avail_out;
         const bool last = rest.size() <= UINT_MAX;
         const int code = deflate(&z, last ? Z_FINISH : Z_NO_FLUSH);
@@ -161,7 +166,7 @@ std::vector<std::uint8_t> gzip(ByteView data)
             break;
         QUILLON_CHECK(code == Z_OK || code == Z_BUF_ERROR);
     }
-    out.resize(produced);
+    std::vector<std::uint8_t> out(packed.data(), packed.data() + produced);
     ByteWriter writer(out);
     writer.u32(crc32(data));
     writer.u32(static_cast<std::uint32_t>(data.size()));

@@ -184,6 +184,7 @@ std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& 
     // inner header's bytes (attachments included) have been copied out, so they are wiped here.
     const std::size_t xmlOffset = inner.position();
     secureWipe(payload.data(), xmlOffset);
+    file->xmlSizeHint_ = payload.size() - xmlOffset;
     file->parseBuffer_ = std::move(payload);
     const pugi::xml_parse_result result =
         file->document.load_buffer_inplace(file->parseBuffer_.data() + xmlOffset, file->parseBuffer_.size() - xmlOffset,
@@ -207,12 +208,15 @@ std::vector<std::uint8_t> KdbxFile::save(const Credentials& credentials)
 
     SecureBytes payload;
     serialiseInnerHeader(inner, payload);
+    const std::size_t xmlStart = payload.size();
+    payload.reserve(xmlStart + xmlSizeHint_ + xmlSizeHint_ / 8 + 4096);
     {
         ProtectedValues protectedValues(document, inner);
         normaliseDeclaration(document);
         SecureWriter writer(payload);
         document.save(writer, "", xmlFormatOptions, pugi::encoding_utf8);
     }
+    xmlSizeHint_ = payload.size() - xmlStart;
     return seal(header, credentials, std::move(payload));
 }
 

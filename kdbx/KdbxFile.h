@@ -21,6 +21,9 @@ class KdbxFile {
     // The payload the document was parsed from in place; text nodes point into it until edited, so it
     // is declared before the document and outlives it.
     SecureBytes parseBuffer_;
+    // The size of the XML last read or written: the next save reserves about that much at once, instead
+    // of growing (and copying, and wiping) its buffer a dozen times.
+    std::size_t xmlSizeHint_ = 0;
 
 public:
     OuterHeader header;
