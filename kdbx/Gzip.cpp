@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <future>
+#include <thread>
 #include <string>
 
 namespace quillon::kdbx {
@@ -135,40 +137,87 @@ std::uint32_t crc32(ByteView data)
     return static_cast<std::uint32_t>(::crc32_z(0, data.data(), data.size()));
 }
 
-std::vector<std::uint8_t> gzip(ByteView data)
+namespace {
+
+// Inputs this large are deflated in slices side by side, one per core.
+constexpr std::size_t parallelSlice = std::size_t{8} << 20;
+// DEFLATE looks back at most 32 KiB: a slice primed with that much of the input before it compresses as
+// it would have inside one stream.
+constexpr std::size_t deflateWindow = std::size_t{32} << 10;
+
+struct Deflated {
+    SecureBytes buffer; // sized for the worst case; only the first `size` bytes were ever touched
+    std::size_t size = 0;
+    ByteView bytes() const { return buffer.span().first(size); }
+};
+
+// Raw DEFLATE of one slice into a wiped buffer. A slice that is not the last ends on a byte boundary
+// without a final block, so that slices join into one stream.
+Deflated deflateSlice(ByteView in, ByteView dictionary, bool last)
 {
     ZStream stream(false);
     z_stream& z = stream.z;
     QUILLON_CHECK(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, rawDeflate, 8, Z_DEFAULT_STRATEGY) == Z_OK);
-
-    static constexpr std::uint8_t header[] = {0x1f, 0x8b, 0x08, 0x00, 0, 0, 0, 0, 0x00, 0xff};
-    // Deflated into a wiped buffer sized for the worst case but left untouched beyond what deflate
-    // writes: the bound is about the size of the input, the output a tenth of it for a database's XML.
-    SecureBytes packed;
-    packed.resizeUninitialised(sizeof header + deflateBound(&z, static_cast<uLong>(data.size())));
-    std::memcpy(packed.data(), header, sizeof header);
-    std::size_t produced = sizeof header;
-    ByteView rest = data;
+    if (!dictionary.empty())
+        QUILLON_CHECK(deflateSetDictionary(&z, dictionary.data(), slice(dictionary.size())) == Z_OK);
+    SecureBytes out;
+    out.resizeUninitialised(deflateBound(&z, static_cast<uLong>(in.size())) + 16);
+    std::size_t produced = 0;
+    ByteView rest = in;
     for (;;) {
-        if (produced == packed.size())
-            packed.resizeUninitialised(packed.size() * 2);
+        if (produced == out.size())
+            out.resizeUninitialised(out.size() * 2);
         const std::size_t inBefore = z.total_in;
         z.next_in = const_cast<Bytef*>(rest.data());
         z.avail_in = slice(rest.size());
-        z.next_out = packed.data() + produced;
-        z.avail_out = slice(packed.size() - produced);
+        z.next_out = out.data() + produced;
+        z.avail_out = slice(out.size() - produced);
         const uInt outBefore = z.avail_out;
-        const bool last = rest.size() <= UINT_MAX;
-        const int code = deflate(&z, last ? Z_FINISH : Z_NO_FLUSH);
+        const bool allIn = rest.size() <= UINT_MAX;
+        const int code = deflate(&z, allIn ? (last ? Z_FINISH : Z_SYNC_FLUSH) : Z_NO_FLUSH);
         produced += outBefore - z.avail_out;
         rest = rest.subspan(static_cast<std::size_t>(z.total_in - inBefore));
-        if (code == Z_STREAM_END)
+        if (code == Z_STREAM_END || (!last && allIn && rest.empty() && z.avail_out != 0))
             break;
         QUILLON_CHECK(code == Z_OK || code == Z_BUF_ERROR);
     }
-    std::vector<std::uint8_t> out(packed.data(), packed.data() + produced);
+    return {std::move(out), produced};
+}
+
+} // namespace
+
+std::vector<std::uint8_t> gzip(ByteView data)
+{
+    static constexpr std::uint8_t header[] = {0x1f, 0x8b, 0x08, 0x00, 0, 0, 0, 0, 0x00, 0xff};
+    const std::size_t cores = std::max(1u, std::thread::hardware_concurrency());
+    const std::size_t count = std::clamp<std::size_t>(data.size() / parallelSlice, 1, cores);
+    std::vector<std::future<Deflated>> later;
+    for (std::size_t i = 1; i < count; ++i) {
+        const std::size_t begin = data.size() * i / count, end = data.size() * (i + 1) / count;
+        const ByteView dictionary = data.subspan(begin - std::min(begin, deflateWindow), std::min(begin, deflateWindow));
+        later.push_back(std::async(std::launch::async, deflateSlice, data.subspan(begin, end - begin), dictionary,
+                                   i + 1 == count));
+    }
+    std::vector<Deflated> slices;
+    slices.push_back(deflateSlice(data.first(data.size() / count), {}, count == 1));
+    const std::uint32_t check = crc32(data);
+    for (auto& f : later)
+        slices.push_back(f.get());
+
+    // Sized once: a regrowth would leave copies of the compressed plaintext in freed memory.
+    std::size_t total = sizeof header + 8;
+    for (const auto& s : slices)
+        total += s.size;
+    std::vector<std::uint8_t> out(total - 8);
+    out.reserve(total); // the trailer too, before any plaintext is in it
+    std::memcpy(out.data(), header, sizeof header);
+    std::size_t at = sizeof header;
+    for (const auto& s : slices) {
+        std::memcpy(out.data() + at, s.bytes().data(), s.size);
+        at += s.size;
+    }
     ByteWriter writer(out);
-    writer.u32(crc32(data));
+    writer.u32(check);
     writer.u32(static_cast<std::uint32_t>(data.size()));
     return out;
 }

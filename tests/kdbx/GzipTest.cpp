@@ -99,6 +99,22 @@ open(sys.argv[3], 'wb').write(member(9))
     EXPECT_EQ(bytesOf(back.out), data);
 }
 
+// Large payloads are deflated in slices on several cores, each primed with the 32 KiB before it; the
+// joined stream must be one member that gzip itself reads back.
+TEST(Gzip, aLargePayloadDeflatedInSlicesIsOneMember)
+{
+    const auto gzipTool = quillon::test::findInPath("gzip");
+    QUILLON_REQUIRE_PEER(gzipTool, "gzip");
+    TempDir dir;
+    const auto data = sampleText(std::size_t{40} << 20);
+    const auto member = gzip(data);
+    EXPECT_TRUE(bytesOf(gunzip(member)) == data);
+    writeFile(dir / "ours.gz", member);
+    const auto back = run({gzipTool->string(), "-dc", (dir / "ours.gz").string()});
+    ASSERT_EQ(back.exitCode, 0) << back.err;
+    EXPECT_TRUE(bytesOf(back.out) == data);
+}
+
 TEST(Gzip, malformedWrappers)
 {
     const auto data = sampleText(1000);
