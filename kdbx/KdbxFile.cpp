@@ -10,6 +10,7 @@
 #include "kdbx/PayloadCipher.h"
 #include "kdbx/Random.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -32,6 +33,16 @@ public:
 private:
     SecureBytes& out_;
 };
+
+// What pugixml's detection could take for UTF-16 or UTF-32: a byte-order mark of either, or a zero byte
+// among the first four.
+bool mayBeWideText(ByteView text) noexcept
+{
+    const ByteView head = text.first(std::min<std::size_t>(text.size(), 4));
+    if (head.size() >= 2 && ((head[0] == 0xFE && head[1] == 0xFF) || (head[0] == 0xFF && head[1] == 0xFE)))
+        return true;
+    return std::find(head.begin(), head.end(), std::uint8_t{0}) != head.end();
+}
 
 bool isProtectedValue(const pugi::xml_node& node)
 {
@@ -182,8 +193,16 @@ std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& 
     file->inner = parseInnerHeader(inner);
     // The XML is parsed where it lies, behind the inner header: no second copy of the document. The
     // inner header's bytes (attachments included) have been copied out, so they are wiped here.
-    const std::size_t xmlOffset = inner.position();
+    std::size_t xmlOffset = inner.position();
     secureWipe(payload.data(), xmlOffset);
+    if (mayBeWideText(payload.span().subspan(xmlOffset))) {
+        // pugixml reads UTF-16 and UTF-32 text in whole code units, so such a document must start on an
+        // aligned address: the start of the buffer. (KDBX writers write UTF-8; this is for odd files.)
+        const std::size_t length = payload.size() - xmlOffset;
+        std::memmove(payload.data(), payload.data() + xmlOffset, length);
+        payload.resizeUninitialised(length);
+        xmlOffset = 0;
+    }
     file->xmlSizeHint_ = payload.size() - xmlOffset;
     file->parseBuffer_ = std::move(payload);
     const pugi::xml_parse_result result =
