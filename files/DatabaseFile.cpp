@@ -64,6 +64,12 @@ DatabaseFile DatabaseFile::open(const std::filesystem::path& location, const kdb
     return decode(location, readDiskBytes(location), credentials);
 }
 
+DatabaseFile DatabaseFile::decode(const std::filesystem::path& location, DiskBytes&& read,
+                                  const kdbx::Credentials& credentials)
+{
+    return {location, kdbx::KdbxFile::open(std::move(read.bytes), credentials), read.stamp};
+}
+
 DatabaseFile DatabaseFile::decode(const std::filesystem::path& location, const DiskBytes& read,
                                   const kdbx::Credentials& credentials)
 {

@@ -54,6 +54,9 @@ public:
     // Decodes bytes read earlier (a window reads at once and decodes after the user unlocks).
     static DatabaseFile decode(const std::filesystem::path& location, const DiskBytes& read,
                                const kdbx::Credentials& credentials);
+    // For a caller that will not try again: the bytes are let go once decrypted (read.bytes ends empty).
+    static DatabaseFile decode(const std::filesystem::path& location, DiskBytes&& read,
+                               const kdbx::Credentials& credentials);
     // A database that has no file yet, or whose stamp the caller keeps; with no stamp, the first save refuses to
     // write over a file that exists at its location.
     DatabaseFile(std::filesystem::path location, std::unique_ptr<kdbx::KdbxFile> file,

@@ -171,6 +171,20 @@ void normaliseDeclaration(pugi::xml_document& document)
 std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& credentials,
                                          const std::atomic<bool>* cancel)
 {
+    return decode(fileBytes, credentials, cancel, [] {});
+}
+
+std::unique_ptr<KdbxFile> KdbxFile::open(std::vector<std::uint8_t>&& fileBytes, const Credentials& credentials,
+                                         const std::atomic<bool>* cancel)
+{
+    std::vector<std::uint8_t> bytes = std::move(fileBytes);
+    return decode(bytes, credentials, cancel, [&bytes] { std::vector<std::uint8_t>().swap(bytes); });
+}
+
+template <class Decrypted>
+std::unique_ptr<KdbxFile> KdbxFile::decode(ByteView fileBytes, const Credentials& credentials,
+                                           const std::atomic<bool>* cancel, Decrypted&& decrypted)
+{
     ByteReader reader(fileBytes);
     ParsedOuterHeader parsed = parseOuterHeader(reader);
     // The header's own digest comes first, so a damaged header is never blamed on the password.
@@ -185,6 +199,7 @@ std::unique_ptr<KdbxFile> KdbxFile::open(ByteView fileBytes, const Credentials& 
         throw KdbxError::wrongCredentials();
 
     SecureBytes payload = decryptPayload(reader, parsed.header, keys);
+    decrypted(); // fileBytes is not read again
     if (parsed.header.compressed)
         payload = gunzip(payload.span());
 

@@ -35,6 +35,10 @@ public:
     // Setting the cancel flag from another thread abandons the key derivation: open throws Cancelled.
     static std::unique_ptr<KdbxFile> open(ByteView fileBytes, const Credentials& credentials,
                                           const std::atomic<bool>* cancel = nullptr);
+    // The same, giving up the file's bytes as soon as they are decrypted, so that they do not sit beside the
+    // document while it is built. The vector is empty afterwards, whether or not the open succeeded.
+    static std::unique_ptr<KdbxFile> open(std::vector<std::uint8_t>&& fileBytes, const Credentials& credentials,
+                                          const std::atomic<bool>* cancel = nullptr);
     // Draws a fresh seed, IV, Argon2 salt and inner stream key, so every save differs.
     // The document holds plain values again afterwards, whether or not the save succeeded.
     std::vector<std::uint8_t> save(const Credentials& credentials);
@@ -46,6 +50,13 @@ public:
     static std::unique_ptr<KdbxFile> newDatabase();
 
     KdbxFile() = default;
+
+private:
+    template <class Decrypted>
+    static std::unique_ptr<KdbxFile> decode(ByteView fileBytes, const Credentials& credentials,
+                                            const std::atomic<bool>* cancel, Decrypted&& decrypted);
+
+public:
     KdbxFile(const KdbxFile&) = delete;
     KdbxFile& operator=(const KdbxFile&) = delete;
 };

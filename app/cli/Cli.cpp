@@ -199,7 +199,7 @@ std::unique_ptr<kdbx::KdbxFile> openForReading(Invocation& call, const std::file
     // Read before asking for the password, so a wrong path fails before anyone types.
     auto bytes = app::readFileBytes(path);
     const auto credentials = readCredentials(call);
-    return kdbx::KdbxFile::open(bytes, credentials);
+    return kdbx::KdbxFile::open(std::move(bytes), credentials);
 }
 
 void writeText(std::ostream& out, std::string_view text)

@@ -12,9 +12,9 @@ namespace {
 files::DatabaseFile openFile(Invocation& call, const std::filesystem::path& path, kdbx::Credentials& credentials)
 {
     checkCredentialOptions(call);
-    const auto read = files::readDiskBytes(path);
+    auto read = files::readDiskBytes(path);
     credentials = readCredentials(call);
-    return files::DatabaseFile::decode(path, read, credentials);
+    return files::DatabaseFile::decode(path, std::move(read), credentials);
 }
 
 bool looksLikeUuid(std::string_view text)

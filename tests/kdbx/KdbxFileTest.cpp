@@ -72,6 +72,14 @@ TEST(KdbxFile, everySaveDrawsFreshSecretsYetOpensToTheSameDocument)
     EXPECT_EQ(rootText(*file), before);
     EXPECT_EQ(rootText(*KdbxFile::open(first, key)), before);
     EXPECT_EQ(rootText(*KdbxFile::open(second, key)), before);
+
+    // Handing the bytes over gives the same document and leaves the caller nothing, opened or not.
+    auto given = first;
+    EXPECT_EQ(rootText(*KdbxFile::open(std::move(given), key)), before);
+    EXPECT_TRUE(given.empty());
+    given = second;
+    EXPECT_THROW(KdbxFile::open(std::move(given), passwordOnly("wrong")), KdbxError);
+    EXPECT_TRUE(given.empty());
 }
 
 TEST(KdbxFile, roundTripsEachCipherKdfAndCompression)
