@@ -237,16 +237,16 @@ TEST(DatabaseFile, peersReadWhatWeSaveOverTheirFile)
     QUILLON_REQUIRE_PEER(test::keepassxcCli(), "keepassxc-cli");
     TempDir dir;
     const auto path = dir / "peer.kdbx";
-    test::PeerDatabase spec;
-    spec.entries.push_back({"", "Bank", "carol", "hunter2", "", ""});
-    const auto made = test::makePykeepassDatabase(path, spec);
+    test::PeerDatabase wanted;
+    wanted.entries.push_back({"", "Bank", "carol", "hunter2", "", ""});
+    const auto made = test::makePykeepassDatabase(path, wanted);
     ASSERT_EQ(made.exitCode, 0) << made.err;
 
-    auto db = DatabaseFile::open(path, passwordOnly(*spec.credentials.password));
+    auto db = DatabaseFile::open(path, passwordOnly(*wanted.credentials.password));
     db.file().document.select_node("//Entry/String[Key='UserName']/Value").node().text().set("dave");
-    db.save(passwordOnly(*spec.credentials.password), {});
+    db.save(passwordOnly(*wanted.credentials.password), {});
 
-    const auto shown = test::keepassxcOn("show", path, spec.credentials, {"Bank"}, {"-s", "-a", "UserName", "-a",
+    const auto shown = test::keepassxcOn("show", path, wanted.credentials, {"Bank"}, {"-s", "-a", "UserName", "-a",
                                                                                   "Password"});
     ASSERT_EQ(shown.exitCode, 0) << shown.err;
     EXPECT_EQ(shown.out, "dave\nhunter2\n");

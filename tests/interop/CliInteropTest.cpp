@@ -50,23 +50,23 @@ TEST(CliInterop, readsWhatPykeepassMadeAndKeepassxcChanged)
 
     TempDir dir;
     const auto db = (dir / "peer.kdbx").string();
-    PeerDatabase spec;
-    spec.cipher = "chacha20";
-    spec.groups = {"Web", "Web/Mail"};
-    spec.entries = {
+    PeerDatabase wanted;
+    wanted.cipher = "chacha20";
+    wanted.groups = {"Web", "Web/Mail"};
+    wanted.entries = {
         {"Web", "Forum", "alice", "forum-secret", "https://forum.example", "quiet notes"},
         {"Web/Mail", "Inbox", "al", "mail-secret", "", ""},
         {"", "Bank", "bob", "bank-secret", "", "", {{"otp", "otpauth://totp/Bank:bob?secret=JBSWY3DPEHPK3PXP"}}},
     };
-    const auto made = makePykeepassDatabase(dir / "peer.kdbx", spec);
+    const auto made = makePykeepassDatabase(dir / "peer.kdbx", wanted);
     ASSERT_EQ(made.exitCode, 0) << made.err;
     writeFile(dir / "note.txt", std::string_view("attached by keepassxc"));
     for (const auto& change : {
-             keepassxcOn("add", db, spec.credentials, {"Web/Shop"}, {"-u", "carol", "-p"},
+             keepassxcOn("add", db, wanted.credentials, {"Web/Shop"}, {"-u", "carol", "-p"},
                          "shop-secret\nshop-secret\n"),
-             keepassxcOn("mkdir", db, spec.credentials, {"Servers"}),
-             keepassxcOn("edit", db, spec.credentials, {"Web/Forum"}, {"-u", "alice2"}),
-             keepassxcOn("attachment-import", db, spec.credentials, {"Bank", "note.txt", (dir / "note.txt").string()}),
+             keepassxcOn("mkdir", db, wanted.credentials, {"Servers"}),
+             keepassxcOn("edit", db, wanted.credentials, {"Web/Forum"}, {"-u", "alice2"}),
+             keepassxcOn("attachment-import", db, wanted.credentials, {"Bank", "note.txt", (dir / "note.txt").string()}),
          })
         ASSERT_EQ(change.exitCode, 0) << change.err;
 
@@ -103,7 +103,7 @@ TEST(CliInterop, readsWhatPykeepassMadeAndKeepassxcChanged)
     std::string ours, theirs;
     for (int attempt = 0; attempt < 2 && (ours.empty() || ours != theirs); ++attempt) {
         ours = cli({"totp", "--password-stdin", db, "Bank"}).out;
-        theirs = keepassxcOn("show", db, spec.credentials, {"Bank"}, {"-t"}).out;
+        theirs = keepassxcOn("show", db, wanted.credentials, {"Bank"}, {"-t"}).out;
     }
     EXPECT_EQ(ours.size(), 7u);
     EXPECT_EQ(ours, theirs);
@@ -141,9 +141,9 @@ TEST(CliInterop, readsWhatPykeepassMadeAndKeepassxcChanged)
              cli({"db-edit", "--password-stdin", "--kdf", "argon2id", "--iterations", "1", db}),
          })
         ASSERT_EQ(step.exitCode, 0) << step.err;
-    const auto forum = keepassxcOn("show", db, spec.credentials, {"Web/Forum"}, {"-s", "-a", "Password", "-a", "URL"});
+    const auto forum = keepassxcOn("show", db, wanted.credentials, {"Web/Forum"}, {"-s", "-a", "Password", "-a", "URL"});
     EXPECT_EQ(forum.out, "forum-2\nhttps://forum.example/new\n");
-    const auto kdf = keepassxcOn("db-info", db, spec.credentials);
+    const auto kdf = keepassxcOn("db-info", db, wanted.credentials);
     EXPECT_THAT(kdf.out, HasSubstr("KDF: Argon2id (1 rounds, 1024 KB)\n"));
     const auto read = pykeepass(readScript, {db, password});
     ASSERT_EQ(read.exitCode, 0) << read.err;

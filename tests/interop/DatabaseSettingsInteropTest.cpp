@@ -47,13 +47,13 @@ TEST(DatabaseSettingsInterop, savedChangesOpenInKeepassxcWithTheNewParameters)
 
     test::TempDir dir;
     const auto path = dir / "settings.kdbx";
-    test::PeerDatabase spec; // AES-256, Argon2d 1 MiB, 2 passes, 1 lane
-    spec.entries = {{"", "Bank", "me", "secret", "", ""}, {"", "Mail", "me", "other", "", ""}};
-    const auto made = test::makePykeepassDatabase(path, spec);
+    test::PeerDatabase wanted; // AES-256, Argon2d 1 MiB, 2 passes, 1 lane
+    wanted.entries = {{"", "Bank", "me", "secret", "", ""}, {"", "Mail", "me", "other", "", ""}};
+    const auto made = test::makePykeepassDatabase(path, wanted);
     ASSERT_EQ(made.exitCode, 0) << made.err;
 
     kdbx::Credentials credentials;
-    credentials.password = kdbx::SecureBytes::fromText(*spec.credentials.password);
+    credentials.password = kdbx::SecureBytes::fromText(*wanted.credentials.password);
     Preferences preferences(QString::fromStdString((dir / "Quillon.conf").string()));
 
     // Each change starts from the file the one before it saved; the second typed values are clamped.
@@ -78,12 +78,12 @@ TEST(DatabaseSettingsInterop, savedChangesOpenInKeepassxcWithTheNewParameters)
         ASSERT_TRUE(form.apply(file->header, document, preferences));
         test::writeFile(path, file->save(credentials));
 
-        const auto info = test::keepassxcOn("db-info", path, spec.credentials);
+        const auto info = test::keepassxcOn("db-info", path, wanted.credentials);
         ASSERT_EQ(info.exitCode, 0) << info.err;
         EXPECT_NE(info.out.find(std::string(change.keepassxcCipher) + "\n"), std::string::npos) << info.out;
         EXPECT_NE(info.out.find(std::string(change.keepassxcKdf) + "\n"), std::string::npos) << info.out;
 
-        const auto read = test::pykeepass(readScript, {path.string(), *spec.credentials.password});
+        const auto read = test::pykeepass(readScript, {path.string(), *wanted.credentials.password});
         ASSERT_EQ(read.exitCode, 0) << read.err;
         EXPECT_EQ(read.out, change.pykeepass);
     }

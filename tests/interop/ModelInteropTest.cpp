@@ -103,12 +103,12 @@ TEST(ModelInterop, keepassxcSeesEditsHistoryAndUntouchedElements)
     QUILLON_REQUIRE_PEER(test::pykeepassPython(), "pykeepass");
     test::TempDir tmp;
     const auto db = tmp / "edited.kdbx";
-    test::PeerDatabase spec;
-    spec.groups = {"Email", "Old"};
-    spec.entries = {{"Email", "Mail", "alice", "old-pw", "https://mail.example", "first notes", {{"Account", "A-1"}}},
+    test::PeerDatabase wanted;
+    wanted.groups = {"Email", "Old"};
+    wanted.entries = {{"Email", "Mail", "alice", "old-pw", "https://mail.example", "first notes", {{"Account", "A-1"}}},
                     {"", "Bank", "bob", "bank-pw", "https://bank.example", ""},
                     {"Old", "Stale", "carol", "stale-pw", "", ""}};
-    const auto made = test::makePykeepassDatabase(db, spec);
+    const auto made = test::makePykeepassDatabase(db, wanted);
     ASSERT_EQ(made.exitCode, 0) << made.err;
     const auto decorated = test::pykeepass(decorate, {db.string(), password});
     ASSERT_EQ(decorated.exitCode, 0) << decorated.err;
@@ -179,13 +179,13 @@ void deleteForGood(const test::TempDir& tmp, Deletion& out)
 {
     out.db = tmp / "deleted.kdbx";
     out.older = tmp / "older.kdbx";
-    test::PeerDatabase spec;
-    spec.groups = {"Old", "Old/Inner", "Keep"};
-    spec.entries = {{"Old", "Alpha", "a", "pa", "", ""},
+    test::PeerDatabase wanted;
+    wanted.groups = {"Old", "Old/Inner", "Keep"};
+    wanted.entries = {{"Old", "Alpha", "a", "pa", "", ""},
                     {"Old/Inner", "Beta", "b", "pb", "", ""},
                     {"Keep", "Gamma", "c", "pc", "", ""},
                     {"", "Delta", "d", "pd", "", ""}};
-    const auto made = test::makePykeepassDatabase(out.db, spec);
+    const auto made = test::makePykeepassDatabase(out.db, wanted);
     ASSERT_EQ(made.exitCode, 0) << made.err;
     std::filesystem::copy_file(out.db, out.older);
 

@@ -52,17 +52,17 @@ TEST(OtpInterop, codesMatchKeepassxcForUrisInTheOtpField)
 
     test::TempDir dir;
     const auto file = dir / "otp.kdbx";
-    test::PeerDatabase spec;
+    test::PeerDatabase wanted;
     for (std::size_t i = 0; i < records.size(); ++i) {
         test::PeerEntry entry;
         entry.title = "e" + std::to_string(i);
         entry.fields = {{"otp", std::string(formatOtp(records[i]).view())}};
-        spec.entries.push_back(entry);
+        wanted.entries.push_back(entry);
     }
-    const auto created = test::makePykeepassDatabase(file, spec);
+    const auto created = test::makePykeepassDatabase(file, wanted);
     ASSERT_EQ(created.exitCode, 0) << created.err;
 
-    const auto read = test::pykeepass(readScript, {file.string(), *spec.credentials.password});
+    const auto read = test::pykeepass(readScript, {file.string(), *wanted.credentials.password});
     ASSERT_EQ(read.exitCode, 0) << read.err;
     std::map<std::string, std::string> stored;
     std::istringstream lines(read.out);
@@ -81,7 +81,7 @@ TEST(OtpInterop, codesMatchKeepassxcForUrisInTheOtpField)
         bool compared = false;
         for (int attempt = 0; attempt < 3 && !compared; ++attempt) {
             const double before = secondsSince1970Now();
-            const auto shown = test::keepassxcOn("show", file, spec.credentials, {title}, {"--totp"});
+            const auto shown = test::keepassxcOn("show", file, wanted.credentials, {title}, {"--totp"});
             const double after = secondsSince1970Now();
             ASSERT_EQ(shown.exitCode, 0) << shown.err;
             const auto step = [&](double t) { return std::floor(t) / static_cast<double>(totp->period); };

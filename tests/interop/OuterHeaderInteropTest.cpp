@@ -55,28 +55,28 @@ TEST_P(PeerHeader, survivesPykeepassAndKeepassxc)
     QUILLON_REQUIRE_PEER(keepassxcCli(), "keepassxc-cli");
     const Variant& v = GetParam();
     TempDir dir;
-    PeerDatabase spec;
-    spec.cipher = v.cipher;
-    spec.kdf = v.kdf;
+    PeerDatabase wanted;
+    wanted.cipher = v.cipher;
+    wanted.kdf = v.kdf;
     if (!v.password)
-        spec.credentials.password.reset();
+        wanted.credentials.password.reset();
     if (v.keyFile) {
         writeFile(dir / "db.key", std::string(64, 'k'));
-        spec.credentials.keyFile = dir / "db.key";
+        wanted.credentials.keyFile = dir / "db.key";
     }
-    spec.groups = {"Mail", "Mail/Work"};
-    spec.entries = {{"Mail/Work", "Office", "ann", "s3cret", "https://example.com", "note"}};
+    wanted.groups = {"Mail", "Mail/Work"};
+    wanted.entries = {{"Mail/Work", "Office", "ann", "s3cret", "https://example.com", "note"}};
     const auto db = dir / "peer.kdbx";
-    const auto made = makePykeepassDatabase(db, spec);
+    const auto made = makePykeepassDatabase(db, wanted);
     ASSERT_EQ(made.exitCode, 0) << made.err;
     expectRoundTrip(parseFile(db), v, "pykeepass");
 
-    const auto added = keepassxcOn("add", db, spec.credentials, {"Mail/Added"}, {"-u", "bob"});
+    const auto added = keepassxcOn("add", db, wanted.credentials, {"Mail/Added"}, {"-u", "bob"});
     ASSERT_EQ(added.exitCode, 0) << added.err;
     const auto afterAdd = parseFile(db);
     expectRoundTrip(afterAdd, v, "keepassxc-cli add");
 
-    const auto grouped = keepassxcOn("mkdir", db, spec.credentials, {"Mail/Home"});
+    const auto grouped = keepassxcOn("mkdir", db, wanted.credentials, {"Mail/Home"});
     ASSERT_EQ(grouped.exitCode, 0) << grouped.err;
     const auto afterMkdir = parseFile(db);
     expectRoundTrip(afterMkdir, v, "keepassxc-cli mkdir");

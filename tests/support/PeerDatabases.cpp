@@ -29,19 +29,19 @@ std::string jsonString(const std::string& s)
 
 std::string jsonOptional(const std::optional<std::string>& s) { return s ? jsonString(*s) : "null"; }
 
-std::string describe(const PeerDatabase& spec)
+std::string describe(const PeerDatabase& wanted)
 {
-    std::string json = "{\"password\":" + jsonOptional(spec.credentials.password) +
-                       ",\"keyFile\":" + jsonOptional(spec.credentials.keyFile ? std::optional(spec.credentials.keyFile->string()) : std::nullopt) +
-                       ",\"cipher\":" + jsonString(spec.cipher) + ",\"kdf\":" + jsonString(spec.kdf) +
-                       ",\"memoryKiB\":" + std::to_string(spec.kdfMemoryKiB) +
-                       ",\"iterations\":" + std::to_string(spec.kdfIterations) +
-                       ",\"parallelism\":" + std::to_string(spec.kdfParallelism) + ",\"groups\":[";
-    for (std::size_t i = 0; i < spec.groups.size(); ++i)
-        json += (i ? "," : "") + jsonString(spec.groups[i]);
+    std::string json = "{\"password\":" + jsonOptional(wanted.credentials.password) +
+                       ",\"keyFile\":" + jsonOptional(wanted.credentials.keyFile ? std::optional(wanted.credentials.keyFile->string()) : std::nullopt) +
+                       ",\"cipher\":" + jsonString(wanted.cipher) + ",\"kdf\":" + jsonString(wanted.kdf) +
+                       ",\"memoryKiB\":" + std::to_string(wanted.kdfMemoryKiB) +
+                       ",\"iterations\":" + std::to_string(wanted.kdfIterations) +
+                       ",\"parallelism\":" + std::to_string(wanted.kdfParallelism) + ",\"groups\":[";
+    for (std::size_t i = 0; i < wanted.groups.size(); ++i)
+        json += (i ? "," : "") + jsonString(wanted.groups[i]);
     json += "],\"entries\":[";
-    for (std::size_t i = 0; i < spec.entries.size(); ++i) {
-        const auto& e = spec.entries[i];
+    for (std::size_t i = 0; i < wanted.entries.size(); ++i) {
+        const auto& e = wanted.entries[i];
         json += std::string(i ? "," : "") + "{\"group\":" + jsonString(e.group) + ",\"title\":" + jsonString(e.title) +
                 ",\"username\":" + jsonString(e.username) + ",\"password\":" + jsonString(e.password) +
                 ",\"url\":" + jsonString(e.url) + ",\"notes\":" + jsonString(e.notes) + ",\"fields\":[";
@@ -70,26 +70,26 @@ kp.save()
 constexpr const char* makeScript = R"PY(
 import json, os, sys
 from pykeepass import PyKeePass
-template, path, spec = sys.argv[1], sys.argv[2], json.loads(sys.argv[3])
+template, path, wanted = sys.argv[1], sys.argv[2], json.loads(sys.argv[3])
 kp = PyKeePass(template, password="template")
-kp.filename, kp.password, kp.keyfile = path, spec["password"], spec["keyFile"]
+kp.filename, kp.password, kp.keyfile = path, wanted["password"], wanted["keyFile"]
 header = kp.kdbx.header.value.dynamic_header
 params = header.kdf_parameters.data.dict
 params["$UUID"].value = bytes.fromhex({"argon2d": "ef636ddf8c29444b91f7a9a403e30a0c",
-                                       "argon2id": "9e298b1956db4773b23dfc3ec6f0a1e6"}[spec["kdf"]])
-params.M.value = spec["memoryKiB"] * 1024
-params.I.value = spec["iterations"]
-params.P.value = spec["parallelism"]
+                                       "argon2id": "9e298b1956db4773b23dfc3ec6f0a1e6"}[wanted["kdf"]])
+params.M.value = wanted["memoryKiB"] * 1024
+params.I.value = wanted["iterations"]
+params.P.value = wanted["parallelism"]
 params.S.value = os.urandom(32)
-header.cipher_id.data = spec["cipher"]
+header.cipher_id.data = wanted["cipher"]
 header.master_seed.data = os.urandom(32)
-header.encryption_iv.data = os.urandom(12 if spec["cipher"] == "chacha20" else 16)
+header.encryption_iv.data = os.urandom(12 if wanted["cipher"] == "chacha20" else 16)
 del kp.kdbx.header["data"]
 groups = {"": kp.root_group}
-for path_ in spec["groups"]:
+for path_ in wanted["groups"]:
     parent, _, name = path_.rpartition("/")
     groups[path_] = kp.add_group(groups[parent], name)
-for e in spec["entries"]:
+for e in wanted["entries"]:
     entry = kp.add_entry(groups[e["group"]], e["title"], e["username"], e["password"], url=e["url"] or None,
                          notes=e["notes"] or None)
     for key, value in e["fields"]:
@@ -125,13 +125,13 @@ std::filesystem::path templateDatabase(ProcessResult& failure)
 
 } // namespace
 
-ProcessResult makePykeepassDatabase(const std::filesystem::path& path, const PeerDatabase& spec)
+ProcessResult makePykeepassDatabase(const std::filesystem::path& path, const PeerDatabase& wanted)
 {
     ProcessResult failure;
     const auto templatePath = templateDatabase(failure);
     if (templatePath.empty())
         return failure;
-    return pykeepass(makeScript, {templatePath.string(), path.string(), describe(spec)});
+    return pykeepass(makeScript, {templatePath.string(), path.string(), describe(wanted)});
 }
 
 ProcessResult keepassxcOn(const std::string& command, const std::filesystem::path& database,

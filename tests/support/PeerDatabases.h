@@ -41,10 +41,10 @@ struct PeerDatabase {
     std::vector<PeerEntry> entries;
 };
 
-// Writes `spec` to `path` with pykeepass (run with pykeepassPython(); check for it first with
+// Writes `wanted` to `path` with pykeepass (run with pykeepassPython(); check for it first with
 // QUILLON_REQUIRE_PEER). The key file, if any, must already exist. exitCode 0 means success; on failure
 // err holds Python's traceback.
-ProcessResult makePykeepassDatabase(const std::filesystem::path& path, const PeerDatabase& spec);
+ProcessResult makePykeepassDatabase(const std::filesystem::path& path, const PeerDatabase& wanted);
 
 // Runs `keepassxc-cli <command> -q [-k keyFile] [--no-password] <options...> <database> <args...>`,
 // answering its password prompt on standard input; `moreInput` follows the password line (for example a
