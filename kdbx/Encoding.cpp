@@ -87,6 +87,13 @@ bool decodeHex(std::string_view text, Out& out)
 std::string base64Encode(ByteView data)
 {
     std::string out;
+    base64EncodeInto(data, out);
+    return out;
+}
+
+void base64EncodeInto(ByteView data, std::string& out)
+{
+    out.clear();
     out.reserve((data.size() + 2) / 3 * 4);
     std::size_t i = 0;
     for (; i + 3 <= data.size(); i += 3) {
@@ -107,7 +114,6 @@ std::string base64Encode(ByteView data)
         out.push_back(rest == 2 ? alphabet[(v >> 6) & 63] : '=');
         out.push_back('=');
     }
-    return out;
 }
 
 std::optional<std::vector<std::uint8_t>> base64Decode(std::string_view text)

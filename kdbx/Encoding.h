@@ -11,8 +11,9 @@
 
 namespace quillon::kdbx {
 
-// Standard alphabet with "=" padding.
+// Standard alphabet with "=" padding. The second form replaces out's content, reusing its capacity.
 std::string base64Encode(ByteView data);
+void base64EncodeInto(ByteView data, std::string& out);
 // Accepts the standard alphabet; white space (space, tab, CR, LF) is skipped and padding may be left
 // out. Anything else fails. The secret form decodes straight into wiped memory.
 std::optional<std::vector<std::uint8_t>> base64Decode(std::string_view text);

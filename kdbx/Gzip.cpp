@@ -11,10 +11,17 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
+#include <cstdint>
 #include <future>
-#include <thread>
+#include <limits>
+#include <optional>
 #include <string>
+#include <thread>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace quillon::kdbx {
 namespace {
@@ -60,6 +67,74 @@ std::string ceilingText(std::size_t ceiling)
     return "decompressed data exceeds " + amount;
 }
 
+// Maps the pages of a fresh output buffer on another core, a bounded stretch ahead of the writer. On a
+// virtual machine whose host takes freed memory back, faulting in a fresh page costs more than inflating
+// into it, and two cores fault in parallel. MADV_POPULATE_WRITE leaves the contents alone, so it never
+// races with the writer; where the system lacks it, nothing happens. The lead is bounded, so a trailer
+// that lies about the size maps little more than the data really fills.
+class FaultAhead {
+public:
+    FaultAhead(std::uint8_t* begin, std::size_t size) : begin_(begin), size_(size)
+    {
+#ifdef MADV_POPULATE_WRITE
+        const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+        if (size >= worthIt && reinterpret_cast<std::uintptr_t>(begin) % page == 0)
+            thread_ = std::thread([this] { run(); });
+#endif
+    }
+    ~FaultAhead()
+    {
+        if (!thread_.joinable())
+            return;
+        reached_.store(stopped, std::memory_order_release);
+        reached_.notify_one();
+        thread_.join();
+    }
+    FaultAhead(const FaultAhead&) = delete;
+    FaultAhead& operator=(const FaultAhead&) = delete;
+
+    // The writer has filled the buffer up to offset.
+    void reached(std::size_t offset) noexcept
+    {
+        if (!thread_.joinable())
+            return;
+        reached_.store(offset, std::memory_order_release);
+        reached_.notify_one();
+    }
+
+private:
+    static constexpr std::size_t worthIt = std::size_t{16} << 20;
+    static constexpr std::size_t step = std::size_t{2} << 20;
+    static constexpr std::size_t lead = std::size_t{64} << 20;
+    static constexpr std::size_t stopped = std::numeric_limits<std::size_t>::max();
+
+    void run() noexcept
+    {
+#ifdef MADV_POPULATE_WRITE
+        std::size_t next = 0;
+        while (next < size_) {
+            const std::size_t writer = reached_.load(std::memory_order_acquire);
+            if (writer == stopped)
+                return;
+            if (next > writer + lead) {
+                reached_.wait(writer, std::memory_order_acquire);
+                continue;
+            }
+            next = std::max(next, writer - writer % step);
+            const std::size_t length = std::min(step, size_ - next);
+            if (::madvise(begin_ + next, length, MADV_POPULATE_WRITE) != 0)
+                return; // an older kernel, or memory is short: the writer faults the pages itself
+            next += length;
+        }
+#endif
+    }
+
+    std::uint8_t* begin_;
+    std::size_t size_;
+    std::atomic<std::size_t> reached_{0};
+    std::thread thread_;
+};
+
 // Raw inflate into wiped memory, never past the ceiling. The output is sized once from the trailer's
 // length when that is believable, so ordinary payloads are inflated without a single regrowth.
 // `consumed` receives how many input bytes the DEFLATE stream took up to its end, `crc` the output's CRC-32.
@@ -75,6 +150,8 @@ SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceili
     std::size_t capacity = std::min({std::max<std::size_t>(sizeHint, 1), ratioBound, ceiling});
     capacity = std::max(capacity, std::min(firstGuessMinimum, ceiling));
     SecureBytes out = SecureBytes::uninitialised(capacity);
+    // Declared after out, so that it stops before out is released.
+    std::optional<FaultAhead> ahead(std::in_place, out.data(), out.size());
     std::size_t produced = 0;
     uLong check = ::crc32_z(0, nullptr, 0);
 
@@ -97,6 +174,7 @@ SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceili
                     throw DecompressionError(ceilingText(ceiling));
                 throw DecompressionError(zlibReason(z, code));
             }
+            ahead.reset(); // the buffer is about to move
             out.resizeUninitialised(std::min(out.size() * 2, ceiling));
         }
         const std::size_t inBefore = z.total_in;
@@ -109,6 +187,8 @@ SecureBytes inflateRaw(ByteView input, std::uint32_t sizeHint, std::size_t ceili
         const std::size_t fresh = outBefore - z.avail_out;
         check = ::crc32_z(check, out.data() + produced, fresh);
         produced += fresh;
+        if (ahead)
+            ahead->reached(produced);
         input = input.subspan(static_cast<std::size_t>(z.total_in - inBefore));
         if (code == Z_STREAM_END) {
             consumed = static_cast<std::size_t>(z.total_in);
@@ -139,29 +219,29 @@ std::uint32_t crc32(ByteView data)
 
 namespace {
 
-// Inputs this large are deflated in slices side by side, one per core.
-constexpr std::size_t parallelSlice = std::size_t{8} << 20;
+// Slices this large keep both cores busy from the first few megabytes on, and cost a few bytes each at
+// the join.
+constexpr std::size_t sliceSize = std::size_t{4} << 20;
 // DEFLATE looks back at most 32 KiB: a slice primed with that much of the input before it compresses as
 // it would have inside one stream.
 constexpr std::size_t deflateWindow = std::size_t{32} << 10;
+constexpr std::uint8_t gzipHeader[] = {0x1f, 0x8b, 0x08, 0x00, 0, 0, 0, 0, 0x00, 0xff};
 
-struct Deflated {
-    SecureBytes buffer; // sized for the worst case; only the first `size` bytes were ever touched
-    std::size_t size = 0;
-    ByteView bytes() const { return buffer.span().first(size); }
-};
-
-// Raw DEFLATE of one slice into a wiped buffer. A slice that is not the last ends on a byte boundary
-// without a final block, so that slices join into one stream.
-Deflated deflateSlice(ByteView in, ByteView dictionary, bool last)
+// Raw DEFLATE of one slice, with its CRC-32 taken on the way. A slice that is not the last ends on a byte
+// boundary without a final block, so that slices join into one stream.
+GzipWriter::Deflated deflateSlice(ByteView in, ByteView dictionary, bool last)
 {
+    GzipWriter::Deflated result;
+    result.crc = static_cast<std::uint32_t>(::crc32_z(0, in.data(), in.size()));
+    result.inputSize = in.size();
     ZStream stream(false);
     z_stream& z = stream.z;
     QUILLON_CHECK(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, rawDeflate, 8, Z_DEFAULT_STRATEGY) == Z_OK);
     if (!dictionary.empty())
         QUILLON_CHECK(deflateSetDictionary(&z, dictionary.data(), slice(dictionary.size())) == Z_OK);
-    SecureBytes out;
-    out.resizeUninitialised(deflateBound(&z, static_cast<uLong>(in.size())) + 16);
+    // Text shrinks several times over; the buffer grows for input that does not.
+    SecureBytes& out = result.bytes;
+    out.resizeUninitialised(in.size() / 4 + 1024);
     std::size_t produced = 0;
     ByteView rest = in;
     for (;;) {
@@ -181,45 +261,90 @@ Deflated deflateSlice(ByteView in, ByteView dictionary, bool last)
             break;
         QUILLON_CHECK(code == Z_OK || code == Z_BUF_ERROR);
     }
-    return {std::move(out), produced};
+    out.resizeUninitialised(produced);
+    return result;
 }
 
 } // namespace
 
+GzipWriter::~GzipWriter()
+{
+    // A future of std::async waits in its destructor; the jobs own what they read.
+    pending_.clear();
+}
+
+void GzipWriter::write(ByteView data)
+{
+    QUILLON_CHECK(!finished_);
+    total_ += data.size();
+    while (!data.empty()) {
+        if (slice_.size() == sliceSize)
+            dispatch();
+        if (slice_.empty())
+            slice_.reserve(sliceSize);
+        const std::size_t n = std::min(data.size(), sliceSize - slice_.size());
+        slice_.append(data.first(n));
+        data = data.subspan(n);
+    }
+}
+
+void GzipWriter::dispatch()
+{
+    // At most one slice per core in flight: the caller fills the next one meanwhile.
+    const std::size_t cores = std::max(1u, std::thread::hardware_concurrency());
+    while (pending_.size() >= cores) {
+        done_.push_back(pending_.front().get());
+        pending_.pop_front();
+    }
+    SecureBytes nextWindow = SecureBytes::from(slice_.span().last(std::min(slice_.size(), deflateWindow)));
+    pending_.push_back(std::async(std::launch::async,
+                                  [in = std::move(slice_), dictionary = std::move(window_)] {
+                                      return deflateSlice(in.span(), dictionary.span(), false);
+                                  }));
+    window_ = std::move(nextWindow);
+    slice_ = SecureBytes();
+}
+
+SecureBytes GzipWriter::finish()
+{
+    QUILLON_CHECK(!finished_);
+    finished_ = true;
+    // The last slice, possibly empty, closes the stream here while the others finish.
+    Deflated last = deflateSlice(slice_.span(), window_.span(), true);
+    slice_.wipe();
+    window_.wipe();
+    for (auto& later : pending_)
+        done_.push_back(later.get());
+    pending_.clear();
+    done_.push_back(std::move(last));
+
+    std::size_t size = sizeof gzipHeader + 8;
+    uLong check = ::crc32_z(0, nullptr, 0);
+    for (const auto& piece : done_) {
+        size += piece.bytes.size();
+        check = ::crc32_combine(check, piece.crc, static_cast<z_off_t>(piece.inputSize));
+    }
+    // Sized once: a regrowth would leave copies of the compressed plaintext in freed memory.
+    SecureBytes out;
+    out.reserve(size);
+    out.append(ByteView(gzipHeader));
+    for (auto& piece : done_) {
+        out.append(piece.bytes.span());
+        piece.bytes.wipe();
+    }
+    done_.clear();
+    BasicByteWriter<SecureBytes> trailer(out);
+    trailer.u32(static_cast<std::uint32_t>(check));
+    trailer.u32(static_cast<std::uint32_t>(total_));
+    return out;
+}
+
 std::vector<std::uint8_t> gzip(ByteView data)
 {
-    static constexpr std::uint8_t header[] = {0x1f, 0x8b, 0x08, 0x00, 0, 0, 0, 0, 0x00, 0xff};
-    const std::size_t cores = std::max(1u, std::thread::hardware_concurrency());
-    const std::size_t count = std::clamp<std::size_t>(data.size() / parallelSlice, 1, cores);
-    std::vector<std::future<Deflated>> later;
-    for (std::size_t i = 1; i < count; ++i) {
-        const std::size_t begin = data.size() * i / count, end = data.size() * (i + 1) / count;
-        const ByteView dictionary = data.subspan(begin - std::min(begin, deflateWindow), std::min(begin, deflateWindow));
-        later.push_back(std::async(std::launch::async, deflateSlice, data.subspan(begin, end - begin), dictionary,
-                                   i + 1 == count));
-    }
-    std::vector<Deflated> slices;
-    slices.push_back(deflateSlice(data.first(data.size() / count), {}, count == 1));
-    const std::uint32_t check = crc32(data);
-    for (auto& f : later)
-        slices.push_back(f.get());
-
-    // Sized once: a regrowth would leave copies of the compressed plaintext in freed memory.
-    std::size_t total = sizeof header + 8;
-    for (const auto& s : slices)
-        total += s.size;
-    std::vector<std::uint8_t> out(total - 8);
-    out.reserve(total); // the trailer too, before any plaintext is in it
-    std::memcpy(out.data(), header, sizeof header);
-    std::size_t at = sizeof header;
-    for (const auto& s : slices) {
-        std::memcpy(out.data() + at, s.bytes().data(), s.size);
-        at += s.size;
-    }
-    ByteWriter writer(out);
-    writer.u32(check);
-    writer.u32(static_cast<std::uint32_t>(data.size()));
-    return out;
+    GzipWriter writer;
+    writer.write(data);
+    const SecureBytes member = writer.finish();
+    return {member.span().begin(), member.span().end()};
 }
 
 SecureBytes gunzip(ByteView data, std::size_t ceiling)

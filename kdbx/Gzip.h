@@ -5,6 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <future>
 #include <stdexcept>
 #include <vector>
 
@@ -25,6 +27,47 @@ std::uint32_t crc32(ByteView data);
 
 // One member: fixed 10-byte header (no name, time 0, OS unknown), raw DEFLATE, CRC-32, length.
 std::vector<std::uint8_t> gzip(ByteView data);
+
+// Writes one member from data handed over piece by piece, as a serialiser produces it. Each completed slice
+// is deflated on a core of its own, primed with the 32 KiB before it, while the caller goes on producing the
+// next: compressing overlaps producing, and the whole plain input never sits in memory at once. The slices
+// join into one DEFLATE stream, the same for the same input however the pieces were cut.
+//
+//     GzipWriter out;
+//     out.write(innerHeader);
+//     out.write(xml);               // any number of calls
+//     SecureBytes member = out.finish();
+class GzipWriter {
+public:
+    GzipWriter() = default;
+    ~GzipWriter(); // waits for the slices still being deflated
+    GzipWriter(const GzipWriter&) = delete;
+    GzipWriter& operator=(const GzipWriter&) = delete;
+
+    void write(ByteView data);
+    // Bytes handed over so far.
+    std::size_t size() const noexcept { return total_; }
+    // The whole member, in wiped memory: compressed plaintext is as secret as the plaintext.
+    SecureBytes finish();
+
+    // A slice that this writer compressed. Public for the implementation's helpers only.
+    struct Deflated {
+        SecureBytes bytes;
+        std::uint32_t crc = 0;
+        std::size_t inputSize = 0;
+    };
+
+private:
+    void dispatch();
+
+    SecureBytes slice_;
+    // The last 32 KiB before slice_, the window that primes its compression.
+    SecureBytes window_;
+    std::deque<std::future<Deflated>> pending_;
+    std::vector<Deflated> done_;
+    std::size_t total_ = 0;
+    bool finished_ = false;
+};
 
 // Throws KdbxError for faults of the wrapper (magic, short data, CRC) and DecompressionError for what
 // zlib refuses. The header CRC and the stored length are not checked.

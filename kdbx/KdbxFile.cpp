@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <future>
 #include <string>
 #include <string_view>
 
@@ -44,15 +45,28 @@ bool mayBeWideText(ByteView text) noexcept
     return std::find(head.begin(), head.end(), std::uint8_t{0}) != head.end();
 }
 
+// Inline, stopping at the first differing byte: these tests run for every element of the document.
+bool hasName(const pugi::xml_node& node, std::string_view name) noexcept
+{
+    const char* n = node.name();
+    for (const char c : name) {
+        if (*n != c)
+            return false;
+        ++n;
+    }
+    return *n == '\0';
+}
+
 bool isProtectedValue(const pugi::xml_node& node)
 {
-    if (std::strcmp(node.name(), "Value") != 0)
+    if (!hasName(node, "Value"))
         return false;
     const pugi::xml_attribute a = node.attribute("Protected");
     return a && std::strcmp(a.value(), "True") == 0;
 }
 
-// Every element in document order, without recursion: a hostile file may nest deeply.
+// Every element in document order, without recursion: a hostile file may nest deeply. Each node's links are
+// read once: in pugixml's compact mode every step decodes a pointer.
 template <class Visit>
 void forEachElement(const pugi::xml_node& root, Visit&& visit)
 {
@@ -60,16 +74,20 @@ void forEachElement(const pugi::xml_node& root, Visit&& visit)
     while (node) {
         if (node.type() == pugi::node_element) {
             visit(node);
-            if (node.first_child()) {
-                node = node.first_child();
+            if (const pugi::xml_node child = node.first_child()) {
+                node = child;
                 continue;
             }
         }
-        while (node && !node.next_sibling() && node != root)
+        for (;;) {
+            if (const pugi::xml_node next = node.next_sibling()) {
+                node = next;
+                break;
+            }
             node = node.parent();
-        if (!node || node == root)
-            break;
-        node = node.next_sibling();
+            if (!node || node == root)
+                return;
+        }
     }
 }
 
@@ -100,23 +118,29 @@ void unprotect(pugi::xml_document& document, const InnerHeader& inner)
 }
 
 // Replaces plain values with their protected form and puts them back when it goes out of scope,
-// whether or not the save got through.
+// whether or not the save got through. The plain texts wait in one wiped buffer rather than one
+// allocation each: a large database has hundreds of thousands of them.
 class ProtectedValues {
 public:
     ProtectedValues(pugi::xml_document& document, const InnerHeader& inner)
     {
         ChaCha20 stream = innerStream(inner);
         SecureBytes cipher;
+        std::string encoded; // ciphertext: nothing secret
         try {
             forEachElement(document, [&](pugi::xml_node node) {
                 if (!isProtectedValue(node))
                     return;
-                saved_.push_back({node, SecureBytes::fromText(node.text().get())});
-                cipher = saved_.back().plain.copy();
+                pugi::xml_text text = node.text();
+                const std::string_view value = text.get();
+                saved_.push_back({node, plain_.size(), value.size()});
+                plain_.append(value);
+                cipher.resizeUninitialised(0);
+                cipher.append(value);
                 stream.apply(cipher.span());
-                const std::string encoded = base64Encode(cipher.span());
-                if (!encoded.empty() || node.text())
-                    node.text().set(encoded.c_str());
+                base64EncodeInto(cipher.span(), encoded);
+                if (!encoded.empty() || text)
+                    text.set(encoded.c_str(), encoded.size());
             });
         } catch (...) {
             restore();
@@ -130,16 +154,21 @@ public:
 private:
     void restore() noexcept
     {
-        for (Saved& s : saved_) {
-            if (!s.plain.empty() || s.node.text())
-                s.node.text().set(s.plain.view().data(), s.plain.size());
+        const std::string_view plain = plain_.view();
+        for (const Saved& s : saved_) {
+            pugi::xml_text text = s.node.text();
+            if (s.size != 0 || text)
+                text.set(plain.data() + s.offset, s.size);
         }
         saved_.clear();
+        plain_.wipe();
     }
     struct Saved {
         pugi::xml_node node;
-        SecureBytes plain;
+        std::size_t offset;
+        std::size_t size;
     };
+    SecureBytes plain_;
     std::vector<Saved> saved_;
 };
 
@@ -164,6 +193,45 @@ void normaliseDeclaration(pugi::xml_document& document)
     decl.attribute("version").set_value("1.0");
     decl.attribute("encoding").set_value("utf-8");
     decl.attribute("standalone").set_value("yes");
+}
+
+// Hands pugixml's output to the compressor as it is produced.
+class GzipSink final : public pugi::xml_writer {
+public:
+    explicit GzipSink(GzipWriter& out) : out_(out) {}
+    void write(const void* data, std::size_t size) override
+    {
+        out_.write(ByteView(static_cast<const std::uint8_t*>(data), size));
+    }
+
+private:
+    GzipWriter& out_;
+};
+
+// Encrypts a finished body (the payload, compressed when the header says so) and frames it: the outer
+// header, its digest and HMAC, then the block stream.
+std::vector<std::uint8_t> frame(const OuterHeader& header, const DerivedKeys& keys, SecureBytes body)
+{
+    std::vector<std::uint8_t> aesCiphertext;
+    ByteView ciphertext;
+    if (isIdentifier(header.cipher, cipherChaCha20)) {
+        // ChaCha20 encrypts in place: the buffer holds ciphertext from here on.
+        ChaCha20(keys.masterKey.span(), header.encryptionIV).apply(body.span());
+        ciphertext = body.span();
+    } else {
+        aesCiphertext = aes256CbcEncrypt(keys.masterKey, header.encryptionIV, body.span());
+        body.wipe();
+        ciphertext = aesCiphertext;
+    }
+
+    std::vector<std::uint8_t> out = serialiseOuterHeader(header);
+    const Digest256 digest = headerDigest(out);
+    const Digest256 mac = headerHmac(out, keys.hmacBaseKey);
+    out.insert(out.end(), digest.begin(), digest.end());
+    out.insert(out.end(), mac.begin(), mac.end());
+    out.reserve(out.size() + ciphertext.size() + (ciphertext.size() / (1 << 20) + 2) * 36);
+    writeBlockStream(out, ciphertext, keys.hmacBaseKey);
+    return out;
 }
 
 } // namespace
@@ -240,52 +308,51 @@ std::vector<std::uint8_t> KdbxFile::save(const Credentials& credentials)
     header.kdf.entries["S"] = randomBytes(saltSize);
     inner.streamKey = randomSecret(streamKeySize);
 
-    SecureBytes payload;
-    serialiseInnerHeader(inner, payload);
-    const std::size_t xmlStart = payload.size();
-    payload.reserve(xmlStart + xmlSizeHint_ + xmlSizeHint_ / 8 + 4096);
+    // The key derivation needs only the fresh seed and salt, so it runs while the document is written out.
+    // (Leaving early by an exception waits for it: the future of std::async joins.)
+    auto keys = std::async(std::launch::async, [this, &credentials] { return keysFor(header, credentials); });
+
+    SecureBytes body;
+    serialiseInnerHeader(inner, body);
+    const std::size_t innerSize = body.size();
+    GzipWriter packed;
+    if (header.compressed) {
+        packed.write(body.span());
+        body.wipe();
+    } else {
+        body.reserve(innerSize + xmlSizeHint_ + xmlSizeHint_ / 8 + 4096);
+    }
     {
         ProtectedValues protectedValues(document, inner);
         normaliseDeclaration(document);
-        SecureWriter writer(payload);
-        document.save(writer, "", xmlFormatOptions, pugi::encoding_utf8);
+        if (header.compressed) {
+            GzipSink sink(packed);
+            document.save(sink, "", xmlFormatOptions, pugi::encoding_utf8);
+        } else {
+            SecureWriter writer(body);
+            document.save(writer, "", xmlFormatOptions, pugi::encoding_utf8);
+        }
     }
-    xmlSizeHint_ = payload.size() - xmlStart;
-    return seal(header, credentials, std::move(payload));
+    if (header.compressed) {
+        xmlSizeHint_ = packed.size() - innerSize;
+        body = packed.finish();
+    } else {
+        xmlSizeHint_ = body.size() - innerSize;
+    }
+    return frame(header, keys.get(), std::move(body));
 }
 
 std::vector<std::uint8_t> KdbxFile::seal(const OuterHeader& header, const Credentials& credentials, SecureBytes payload)
 {
-    const bool chacha = isIdentifier(header.cipher, cipherChaCha20);
-    if (!chacha && !isIdentifier(header.cipher, cipherAes256))
+    if (!isIdentifier(header.cipher, cipherChaCha20) && !isIdentifier(header.cipher, cipherAes256))
         throw KdbxError::unsupportedCipher("write");
     if (header.compressed) {
-        std::vector<std::uint8_t> packed = gzip(payload.span());
-        payload = SecureBytes::from(packed);
-        secureWipe(packed.data(), packed.size());
-    }
-
-    const DerivedKeys keys = keysFor(header, credentials);
-    std::vector<std::uint8_t> aesCiphertext;
-    ByteView ciphertext;
-    if (chacha) {
-        // ChaCha20 encrypts in place: the buffer holds ciphertext from here on.
-        ChaCha20(keys.masterKey.span(), header.encryptionIV).apply(payload.span());
-        ciphertext = payload.span();
-    } else {
-        aesCiphertext = aes256CbcEncrypt(keys.masterKey, header.encryptionIV, payload.span());
+        GzipWriter packed;
+        packed.write(payload.span());
         payload.wipe();
-        ciphertext = aesCiphertext;
+        payload = packed.finish();
     }
-
-    std::vector<std::uint8_t> out = serialiseOuterHeader(header);
-    const Digest256 digest = headerDigest(out);
-    const Digest256 mac = headerHmac(out, keys.hmacBaseKey);
-    out.insert(out.end(), digest.begin(), digest.end());
-    out.insert(out.end(), mac.begin(), mac.end());
-    out.reserve(out.size() + ciphertext.size() + (ciphertext.size() / (1 << 20) + 2) * 36);
-    writeBlockStream(out, ciphertext, keys.hmacBaseKey);
-    return out;
+    return frame(header, keysFor(header, credentials), std::move(payload));
 }
 
 std::unique_ptr<KdbxFile> KdbxFile::newDatabase()
@@ -327,10 +394,15 @@ DocumentCounts countDocument(const pugi::xml_document& document)
 {
     DocumentCounts counts;
     forEachElement(document, [&](pugi::xml_node node) {
-        if (std::strcmp(node.name(), "Entry") == 0)
+        if (hasName(node, "Entry")) {
             ++counts.entries;
-        else if (isProtectedValue(node))
+            if (hasName(node.parent(), "History"))
+                ++counts.historyVersions;
+        } else if (hasName(node, "Group")) {
+            ++counts.groups;
+        } else if (isProtectedValue(node)) {
             ++counts.protectedValues;
+        }
     });
     return counts;
 }

@@ -69,11 +69,13 @@ inline constexpr unsigned xmlParseOptions =
     pugi::parse_default | pugi::parse_ws_pcdata | pugi::parse_declaration | pugi::parse_embed_pcdata;
 inline constexpr unsigned xmlFormatOptions = pugi::format_raw;
 
-// Counts what the verification report and `stats` show: every Entry (history copies included) and
-// every Value marked Protected="True".
+// Counts what the verification report and `stats` show, in one walk: every Entry (history copies included),
+// every Value marked Protected="True", every Group, and the Entry elements inside a History.
 struct DocumentCounts {
     std::size_t entries = 0;
     std::size_t protectedValues = 0;
+    std::size_t groups = 0;
+    std::size_t historyVersions = 0;
 };
 DocumentCounts countDocument(const pugi::xml_document& document);
 

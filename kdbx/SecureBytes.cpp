@@ -91,6 +91,10 @@ void SecureBytes::resize(std::size_t n)
 
 void SecureBytes::wipe() noexcept
 {
+    if (bytes_.capacity() >= ownMappingThreshold) {
+        SecureVector().swap(bytes_);
+        return;
+    }
     secureWipe(bytes_.data(), bytes_.size());
     bytes_.clear();
 }

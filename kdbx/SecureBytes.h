@@ -70,17 +70,13 @@ public:
     }
 
     SecureBytes(SecureBytes&&) noexcept = default;
-    SecureBytes& operator=(SecureBytes&& other) noexcept
-    {
-        if (this != &other) {
-            wipe();
-            bytes_ = std::move(other.bytes_);
-        }
-        return *this;
-    }
+    // The allocator wipes every block it takes back, all of its capacity, so neither the old buffer of a
+    // move nor a destroyed one needs a wipe of its own (on a whole decrypted document, a second pass is
+    // noticeable).
+    SecureBytes& operator=(SecureBytes&& other) noexcept = default;
     SecureBytes(const SecureBytes&) = delete;
     SecureBytes& operator=(const SecureBytes&) = delete;
-    ~SecureBytes() { wipe(); }
+    ~SecureBytes() = default;
 
     SecureBytes copy() const { return SecureBytes(span()); }
 
@@ -110,7 +106,8 @@ public:
         append(ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
     }
     void push_back(std::uint8_t b) { bytes_.push_back(b); }
-    // Overwrites the content with zeros and empties the buffer.
+    // Overwrites the content with zeros and empties the buffer. A large buffer is given back at once (wiped
+    // whole by the allocator); a small one keeps its capacity for reuse.
     void wipe() noexcept;
 
 private:

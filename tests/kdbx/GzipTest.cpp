@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 using namespace quillon::kdbx;
@@ -113,6 +114,42 @@ TEST(Gzip, aLargePayloadDeflatedInSlicesIsOneMember)
     const auto back = run({gzipTool->string(), "-dc", (dir / "ours.gz").string()});
     ASSERT_EQ(back.exitCode, 0) << back.err;
     EXPECT_TRUE(bytesOf(back.out) == data);
+}
+
+// A serialiser hands its output over in pieces of any size; the member must not depend on where they were
+// cut, and its trailer must cover every slice.
+TEST(Gzip, theWriterGivesTheSameMemberHoweverThePiecesAreCut)
+{
+    const auto data = sampleText(std::size_t{13} << 20); // slices of 4 MiB, and a last one that is not full
+    const auto whole = gzip(data);
+    GzipWriter writer;
+    const std::size_t cuts[] = {1, 10, 4093, 65536, std::size_t{5} << 20};
+    std::size_t at = 0;
+    for (std::size_t i = 0; at < data.size(); ++i) {
+        const std::size_t n = std::min(cuts[i % std::size(cuts)], data.size() - at);
+        writer.write(ByteView(data).subspan(at, n));
+        at += n;
+    }
+    EXPECT_EQ(writer.size(), data.size());
+    const SecureBytes pieces = writer.finish();
+    EXPECT_TRUE(std::ranges::equal(pieces.span(), whole));
+    EXPECT_TRUE(bytesOf(gunzip(whole)) == data);
+
+    // Exactly a whole number of slices: the stream ends with an empty final block.
+    const auto even = sampleText(std::size_t{8} << 20);
+    EXPECT_TRUE(bytesOf(gunzip(gzip(even))) == even);
+}
+
+// The output is sized from the trailer and filled ahead on another core; a trailer that claims less than
+// the data holds makes the buffer move mid-way, which must not disturb what was written.
+TEST(Gzip, aTrailerThatUnderstatesALargePayloadStillReadsBack)
+{
+    const auto data = sampleText(std::size_t{40} << 20);
+    auto member = gzip(data);
+    const std::uint32_t claimed = std::uint32_t{17} << 20;
+    for (int i = 0; i < 4; ++i)
+        member[member.size() - 4 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(claimed >> (8 * i));
+    EXPECT_TRUE(bytesOf(gunzip(member)) == data);
 }
 
 TEST(Gzip, malformedWrappers)
