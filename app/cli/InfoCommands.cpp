@@ -106,42 +106,11 @@ int info(Invocation& call)
     return exitSuccess;
 }
 
-struct TreeCounts {
-    std::uint64_t groups = 0;
-    std::uint64_t historyVersions = 0;
-};
-
-// One walk over the whole tree, without recursion: a hostile file may nest deeply.
-TreeCounts countTree(const pugi::xml_document& document)
-{
-    TreeCounts counts;
-    pugi::xml_node node = document.first_child();
-    while (node) {
-        if (node.type() == pugi::node_element) {
-            const char* name = node.name();
-            if (std::strcmp(name, "Group") == 0)
-                ++counts.groups;
-            else if (std::strcmp(name, "Entry") == 0 && std::strcmp(node.parent().name(), "History") == 0)
-                ++counts.historyVersions;
-        }
-        if (pugi::xml_node child = node.first_child()) {
-            node = child;
-            continue;
-        }
-        while (node && !node.next_sibling())
-            node = node.parent();
-        if (node)
-            node = node.next_sibling();
-    }
-    return counts;
-}
-
 int stats(Invocation& call)
 {
     const auto path = pathArgument(call.options.arguments[0]);
     const auto file = openForReading(call, path);
     const auto counts = kdbx::countDocument(file->document);
-    const auto tree = countTree(file->document);
     std::uint64_t attachmentBytes = 0;
     for (const auto& b : file->inner.binaries)
         attachmentBytes += b.data.size();
@@ -152,8 +121,8 @@ int stats(Invocation& call)
             .field("entries", static_cast<std::uint64_t>(counts.entries))
             .field("protectedValues", static_cast<std::uint64_t>(counts.protectedValues))
             .field("binaries", binaries)
-            .field("groups", tree.groups)
-            .field("historyVersions", tree.historyVersions)
+            .field("groups", static_cast<std::uint64_t>(counts.groups))
+            .field("historyVersions", static_cast<std::uint64_t>(counts.historyVersions))
             .field("attachmentBytes", attachmentBytes)
             .endObject();
         writeJson(call, j);
@@ -161,8 +130,8 @@ int stats(Invocation& call)
     }
     call.io.out << "entries: " << counts.entries << ", protected values: " << counts.protectedValues
                 << ", binaries: " << binaries << '\n'
-                << "groups: " << tree.groups << '\n'
-                << "history versions: " << tree.historyVersions << '\n'
+                << "groups: " << counts.groups << '\n'
+                << "history versions: " << counts.historyVersions << '\n'
                 << "attachment bytes: " << attachmentBytes << '\n';
     return exitSuccess;
 }
