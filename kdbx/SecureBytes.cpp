@@ -4,8 +4,12 @@
 
 #include <openssl/crypto.h>
 
+#include <algorithm>
 #include <new>
+#include <vector>
+
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace quillon::kdbx {
 namespace {
@@ -35,15 +39,59 @@ void* allocateSecureBlock(std::size_t size)
     return block;
 }
 
+namespace {
+
+#ifdef __APPLE__
+using ResidencyByte = char;
+#else
+using ResidencyByte = unsigned char;
+#endif
+
+// A large buffer is often reserved beyond what it ever held. Its pages that were never touched hold nothing,
+// and wiping them would only map them now: only the resident ones are wiped.
+void wipeResidentPages(void* block, std::size_t size) noexcept
+{
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    std::vector<ResidencyByte> resident;
+    try {
+        resident.resize((size + page - 1) / page);
+    } catch (...) {
+        secureWipe(block, size);
+        return;
+    }
+    if (::mincore(block, size, resident.data()) != 0) {
+        secureWipe(block, size);
+        return;
+    }
+    auto* bytes = static_cast<unsigned char*>(block);
+    std::size_t i = 0;
+    while (i < resident.size()) {
+        if (!(resident[i] & 1)) {
+            ++i;
+            continue;
+        }
+        std::size_t j = i;
+        while (j < resident.size() && (resident[j] & 1))
+            ++j;
+        const std::size_t begin = i * page;
+        secureWipe(bytes + begin, std::min(size, j * page) - begin);
+        i = j;
+    }
+}
+
+} // namespace
+
 void releaseSecureBlock(void* block, std::size_t size) noexcept
 {
     if (!block)
         return;
-    secureWipe(block, size);
-    if (size < ownMappingThreshold)
+    if (size < ownMappingThreshold) {
+        secureWipe(block, size);
         ::operator delete(block);
-    else
+    } else {
+        wipeResidentPages(block, size);
         ::munmap(block, mappedLength(size));
+    }
 }
 
 void secureWipe(void* data, std::size_t size) noexcept
