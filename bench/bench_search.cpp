@@ -39,6 +39,19 @@ void searchLiveTree(benchmark::State& state)
 BENCHMARK(searchLiveTree)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMillisecond)->Repetitions(7)
     ->DisplayAggregatesOnly(true);
 
+// The window's first keystroke after opening or a change of scope: a fresh index gathers every text.
+void searchFirstKeystroke(benchmark::State& state)
+{
+    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    for (auto _ : state) {
+        model::SearchIndex index(doc);
+        auto hits = index.entriesToList(std::nullopt, "Zebra", model::SearchScope::everywhere);
+        benchmark::DoNotOptimize(hits.data());
+    }
+}
+BENCHMARK(searchFirstKeystroke)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMillisecond)->Repetitions(7)
+    ->DisplayAggregatesOnly(true);
+
 // What the search field does while the user types: the texts were gathered by an earlier keystroke.
 void searchAsYouType(benchmark::State& state)
 {

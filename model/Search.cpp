@@ -4,6 +4,7 @@
 #include "model/SearchText.h"
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <cwctype>
 
@@ -62,16 +63,30 @@ void appendLowerCase(std::string_view utf8, kdbx::SecureBytes& out)
     const auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
     std::size_t left = utf8.size();
     while (left > 0) {
-        const unsigned char b = *p;
-        if (b < 0x80) {
-            std::size_t run = 1;
-            while (run < left && p[run] < 0x80)
-                ++run;
+        if (*p < 0x80) {
+            // An ASCII run, eight bytes at a time: every entry's texts pass through here on a first search.
             const std::size_t at = out.size();
-            out.resizeUninitialised(at + run);
+            out.resizeUninitialised(at + left);
             std::uint8_t* d = out.data() + at;
-            for (std::size_t i = 0; i < run; ++i)
-                d[i] = (p[i] >= 'A' && p[i] <= 'Z') ? static_cast<std::uint8_t>(p[i] - 'A' + 'a') : p[i];
+            std::size_t run = 0;
+            constexpr std::uint64_t ones = 0x0101010101010101;
+            constexpr std::uint64_t high = 0x80 * ones;
+            while (left - run >= 8) {
+                std::uint64_t w;
+                std::memcpy(&w, p + run, 8);
+                if (w & high)
+                    break;
+                // With every byte below 0x80 the sums cannot carry into the next byte: bit 7 of each
+                // byte says whether it reached 'A', and whether it passed 'Z'.
+                const std::uint64_t fromA = w + (0x80 - 'A') * ones;
+                const std::uint64_t pastZ = w + (0x80 - 'Z' - 1) * ones;
+                w |= ((fromA & ~pastZ) & high) >> 2;
+                std::memcpy(d + run, &w, 8);
+                run += 8;
+            }
+            for (; run < left && p[run] < 0x80; ++run)
+                d[run] = (p[run] >= 'A' && p[run] <= 'Z') ? static_cast<std::uint8_t>(p[run] - 'A' + 'a') : p[run];
+            out.resizeUninitialised(at + run);
             p += run;
             left -= run;
             continue;
@@ -79,7 +94,7 @@ void appendLowerCase(std::string_view utf8, kdbx::SecureBytes& out)
         char32_t c = 0;
         const std::size_t n = detail::decodeUtf8(p, left, c);
         if (n == 0) {
-            out.push_back(b);
+            out.push_back(*p);
             ++p;
             --left;
             continue;
@@ -172,15 +187,22 @@ std::vector<Entry> entriesToList(const Document& document, const std::optional<G
     const auto top = document.topGroup();
     if (!top)
         return {};
-    std::vector<Entry> out;
-    Matcher matcher;
     const auto entries = top->searchableEntries();
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        if (i + 2 < entries.size())
-            SearchText::prefetch(entries[i + 2].element());
-        if (matcher.matches(entries[i].element(), query.terms, scope))
+    const std::size_t parts = partCount(entries.size());
+    std::vector<std::vector<std::size_t>> hits(parts);
+    inParts(entries.size(), parts, [&](std::size_t part, std::size_t begin, std::size_t end) {
+        Matcher matcher;
+        for (std::size_t i = begin; i < end; ++i) {
+            if (i + 2 < end)
+                SearchText::prefetch(entries[i + 2].element());
+            if (matcher.matches(entries[i].element(), query.terms, scope))
+                hits[part].push_back(i);
+        }
+    });
+    std::vector<Entry> out;
+    for (std::size_t part = 0; part < parts; ++part)
+        for (const std::size_t i : hits[part])
             out.push_back(entries[i]);
-    }
     return out;
 }
 

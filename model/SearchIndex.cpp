@@ -7,15 +7,33 @@ namespace quillon::model {
 
 void SearchIndex::clear() noexcept
 {
-    text_.wipe();
+    texts_.clear(); // each buffer wipes itself as it goes
     spans_.clear();
     spanOf_.clear();
     stale_ = 0;
     scope_.reset();
 }
 
+kdbx::SecureBytes& SearchIndex::tail()
+{
+    if (texts_.empty())
+        texts_.emplace_back();
+    return texts_.back();
+}
+
+std::size_t SearchIndex::textSize() const noexcept
+{
+    std::size_t total = 0;
+    for (const auto& t : texts_)
+        total += t.size();
+    return total;
+}
+
 void SearchIndex::rebuild(SearchScope scope)
 {
+    // What the last gathering took per entry sizes this one, so that the buffers are not regrown (and
+    // copied, and wiped) a dozen times each.
+    const std::size_t perEntry = spans_.empty() ? 0 : textSize() / spans_.size();
     clear();
     scope_ = scope;
     revision_ = document_->revision();
@@ -25,15 +43,31 @@ void SearchIndex::rebuild(SearchScope scope)
     const auto entries = top->searchableEntries();
     spans_.reserve(entries.size());
     spanOf_.reserve(entries.size());
-    SearchText gather;
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        if (i + 2 < entries.size())
-            SearchText::prefetch(entries[i + 2].element());
-        const auto& entry = entries[i];
-        const std::size_t offset = text_.size();
-        gather.append(entry.element(), scope, text_);
-        spanOf_.emplace(entry.element().internal_object(), spans_.size());
-        spans_.push_back({entry.element(), offset, text_.size() - offset});
+    // Each part gathers into a buffer of its own, which the spans of its entries point into.
+    const std::size_t parts = partCount(entries.size());
+    texts_.resize(parts);
+    std::vector<std::vector<std::size_t>> ends(parts);
+    inParts(entries.size(), parts, [&](std::size_t part, std::size_t begin, std::size_t end) {
+        SearchText gather;
+        auto& text = texts_[part];
+        text.reserve((end - begin) * (perEntry ? perEntry + perEntry / 8 : firstGuessPerEntry));
+        ends[part].reserve(end - begin);
+        for (std::size_t i = begin; i < end; ++i) {
+            if (i + 2 < end)
+                SearchText::prefetch(entries[i + 2].element());
+            gather.append(entries[i].element(), scope, text);
+            ends[part].push_back(text.size());
+        }
+    });
+    std::size_t i = 0;
+    for (std::size_t part = 0; part < parts; ++part) {
+        std::size_t offset = 0;
+        for (const std::size_t end : ends[part]) {
+            const auto& entry = entries[i++];
+            spanOf_.emplace(entry.element().internal_object(), spans_.size());
+            spans_.push_back({entry.element(), part, offset, end - offset});
+            offset = end;
+        }
     }
 }
 
@@ -49,16 +83,18 @@ bool SearchIndex::refresh()
             return;
         auto& span = spans_[found->second];
         stale_ += span.size;
-        span.offset = text_.size();
-        gather.append(entry, *scope_, text_);
-        span.size = text_.size() - span.offset;
+        auto& text = tail();
+        span.part = texts_.size() - 1;
+        span.offset = text.size();
+        gather.append(entry, *scope_, text);
+        span.size = text.size() - span.offset;
     });
     if (!known)
         return false;
     if (document_->structureChangedSince(revision_))
         regroup(gather);
     // Replaced texts pile up at the end; past half the buffer, gathering afresh is cheaper than carrying them.
-    if (stale_ > text_.size() / 2)
+    if (stale_ > textSize() / 2)
         return false;
     revision_ = document_->revision();
     return true;
@@ -78,9 +114,10 @@ void SearchIndex::regroup(SearchText& gather)
                 spans.push_back(spans_[found->second]);
                 spans_[found->second].size = 0; // carried over, so not stale
             } else {
-                const std::size_t offset = text_.size();
-                gather.append(entry.element(), *scope_, text_);
-                spans.push_back({entry.element(), offset, text_.size() - offset});
+                auto& text = tail();
+                const std::size_t offset = text.size();
+                gather.append(entry.element(), *scope_, text);
+                spans.push_back({entry.element(), texts_.size() - 1, offset, text.size() - offset});
             }
             spanOf.emplace(key, spans.size() - 1);
         }
@@ -99,10 +136,12 @@ std::vector<Entry> SearchIndex::entriesToList(const std::optional<Group>& select
         return selected ? selected->entries() : std::vector<Entry>{};
     if (scope_ != scope || !refresh())
         rebuild(scope);
+    std::vector<std::string_view> texts;
+    for (const auto& t : texts_)
+        texts.push_back(t.view());
     std::vector<Entry> out;
-    const std::string_view all = text_.view();
     for (const auto& span : spans_) {
-        const std::string_view haystack = all.substr(span.offset, span.size);
+        const std::string_view haystack = texts[span.part].substr(span.offset, span.size);
         bool hit = true;
         for (const auto& term : query.terms)
             if (haystack.find(term.view()) == std::string_view::npos) {

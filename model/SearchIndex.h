@@ -36,17 +36,26 @@ private:
     // Lists the searchable entries again after items moved, keeping the texts already gathered.
     void regroup(SearchText& gather);
 
+    // Where new texts go: the last buffer.
+    kdbx::SecureBytes& tail();
+    std::size_t textSize() const noexcept;
+
+    // A guess of the texts' size before anything was gathered, so that most buffers never grow.
+    static constexpr std::size_t firstGuessPerEntry = 512;
+
     struct Span {
         pugi::xml_node entry;
+        std::size_t part; // which of texts_
         std::size_t offset;
         std::size_t size;
     };
     const Document* document_;
-    kdbx::SecureBytes text_;
+    // The gathered texts, in one buffer per part that was gathered on its own thread.
+    std::vector<kdbx::SecureBytes> texts_;
     std::vector<Span> spans_;
     // Span index by entry element, for refreshing single entries.
     std::unordered_map<const void*, std::size_t> spanOf_;
-    // Bytes of text_ that no span points at any more.
+    // Bytes of texts_ that no span points at any more.
     std::size_t stale_ = 0;
     std::optional<SearchScope> scope_;
     std::uint64_t revision_ = 0;

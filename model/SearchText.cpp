@@ -17,6 +17,14 @@ bool hasName(const char* n, std::string_view name) noexcept
     return *n == '\0';
 }
 
+bool isProtected(pugi::xml_node value) noexcept
+{
+    for (auto a = value.first_attribute(); a; a = a.next_attribute())
+        if (hasName(a.name(), "Protected"))
+            return hasName(a.value(), trueText);
+    return false;
+}
+
 constexpr std::uintptr_t prefetchBytes = 8192;
 
 constexpr std::size_t customField = standardFieldNames.size();
@@ -86,7 +94,7 @@ void SearchText::append(pugi::xml_node entry, SearchScope scope, kdbx::SecureByt
             if (standard[i].data() == nullptr)
                 standard[i] = value;
         } else {
-            custom_.push_back({key, value, std::string_view(valueNode.attribute("Protected").value()) == trueText});
+            custom_.push_back({key, value, isProtected(valueNode)});
         }
     }
     switch (scope) {

@@ -165,6 +165,55 @@ TEST_F(SearchTest, matchesWithoutTermsAndLowerCasing)
     quillon::kdbx::SecureBytes out;
     appendLowerCase("ÉÀ İ Ω\xFF", out);
     EXPECT_EQ(out.view(), "éà i ω\xFF");
+
+    // ASCII goes eight bytes at a time: every byte value around 'A' and 'Z', at every offset in a word,
+    // and runs broken by other text.
+    std::string ascii, lower;
+    for (int shift = 0; shift < 9; ++shift) {
+        for (int c = 0x01; c < 0x80; ++c) {
+            ascii.push_back(static_cast<char>(c));
+            lower.push_back(static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c));
+        }
+        ascii += "Straße" + std::string(static_cast<std::size_t>(shift), 'Q');
+        lower += "straße" + std::string(static_cast<std::size_t>(shift), 'q');
+    }
+    quillon::kdbx::SecureBytes all;
+    appendLowerCase(ascii, all);
+    EXPECT_EQ(all.view(), lower);
+}
+
+// Large trees are gathered in parts on several threads: the hits must be the same, in document order, as
+// matching entry by entry, across every boundary between parts and with unsearchable groups between.
+TEST_F(SearchTest, aLargeTreeGivesTheHitsOfMatchingEachEntry)
+{
+    std::vector<Group> groups{*doc().topGroup(), group("hidden")};
+    for (int g = 0; g < 6; ++g)
+        groups.push_back(doc().newGroup(*doc().topGroup(), "bulk group " + std::to_string(g)));
+    for (int i = 0; i < 5000; ++i) {
+        const auto e = doc().newEntry(groups[static_cast<std::size_t>(i) % groups.size()], "Bulk " + std::to_string(i));
+        e.setField("Notes", i % 7 == 0 ? "Ünïcode NEEDLE 漢字" : std::string(120, 'n'), false);
+        e.setField("Password", i % 11 == 0 ? "needle" : "haystack", true);
+    }
+    const std::pair<const char*, SearchScope> queries[] = {
+        {"needle", SearchScope::everywhere}, {"needle", SearchScope::password}, {"ünïcode 漢字", SearchScope::notes},
+        {"bulk 49", SearchScope::title},     {"\"k 1\"", SearchScope::everywhere}};
+    const auto searchable = doc().topGroup()->searchableEntries();
+    SearchIndex index(doc());
+    for (const auto& [text, scope] : queries) {
+        const auto terms = parseQuery(text, scope).terms;
+        std::vector<pugi::xml_node> wanted;
+        for (const auto& e : searchable)
+            if (matches(e, terms, scope))
+                wanted.push_back(e.element());
+        ASSERT_GT(wanted.size(), 10u) << text;
+        for (const auto& found : {entriesToList(doc(), std::nullopt, text, scope),
+                                  index.entriesToList(std::nullopt, text, scope)}) {
+            std::vector<pugi::xml_node> got;
+            for (const auto& e : found)
+                got.push_back(e.element());
+            EXPECT_EQ(got, wanted) << text;
+        }
+    }
 }
 
 // Field names are told apart by their first bytes; names that only start like a standard field's are custom.
