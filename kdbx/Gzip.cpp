@@ -261,7 +261,8 @@ GzipWriter::Deflated deflateSlice(ByteView in, ByteView dictionary, bool last)
             break;
         QUILLON_CHECK(code == Z_OK || code == Z_BUF_ERROR);
     }
-    out.resizeUninitialised(produced);
+    // Kept until every slice is done: only what was produced, not the room it was given.
+    out = SecureBytes::from(out.span().first(produced));
     return result;
 }
 
