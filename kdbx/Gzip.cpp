@@ -120,7 +120,9 @@ private:
                 reached_.wait(writer, std::memory_order_acquire);
                 continue;
             }
-            next = std::max(next, writer - writer % step);
+            // Behind the writer, leave it the page it is on and fault the next ones: both fault at once,
+            // never the same page.
+            next = std::max(next, writer - writer % step + step);
             const std::size_t length = std::min(step, size_ - next);
             if (::madvise(begin_ + next, length, MADV_POPULATE_WRITE) != 0)
                 return; // an older kernel, or memory is short: the writer faults the pages itself
