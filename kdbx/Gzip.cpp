@@ -18,6 +18,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include <sys/mman.h>
@@ -78,8 +79,13 @@ public:
     {
 #ifdef MADV_POPULATE_WRITE
         const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
-        if (size >= worthIt && reinterpret_cast<std::uintptr_t>(begin) % page == 0)
-            thread_ = std::thread([this] { run(); });
+        if (size >= worthIt && reinterpret_cast<std::uintptr_t>(begin) % page == 0) {
+            try {
+                thread_ = std::thread([this] { run(); });
+            } catch (const std::system_error&) {
+                // No thread to spare: the writer faults its pages itself.
+            }
+        }
 #endif
     }
     ~FaultAhead()
@@ -300,7 +306,8 @@ void GzipWriter::dispatch()
         pending_.pop_front();
     }
     SecureBytes nextWindow = SecureBytes::from(slice_.span().last(std::min(slice_.size(), deflateWindow)));
-    pending_.push_back(std::async(std::launch::async,
+    // Deferred when no thread can be had: the slice is then deflated here, in its turn.
+    pending_.push_back(std::async(std::launch::async | std::launch::deferred,
                                   [in = std::move(slice_), dictionary = std::move(window_)] {
                                       return deflateSlice(in.span(), dictionary.span(), false);
                                   }));

@@ -308,9 +308,11 @@ std::vector<std::uint8_t> KdbxFile::save(const Credentials& credentials)
     header.kdf.entries["S"] = randomBytes(saltSize);
     inner.streamKey = randomSecret(streamKeySize);
 
-    // The key derivation needs only the fresh seed and salt, so it runs while the document is written out.
-    // (Leaving early by an exception waits for it: the future of std::async joins.)
-    auto keys = std::async(std::launch::async, [this, &credentials] { return keysFor(header, credentials); });
+    // The key derivation needs only the fresh seed and salt, so it runs while the document is written out
+    // (deferred to get() when no thread can be had). Leaving early by an exception waits for it: the future
+    // of std::async joins.
+    auto keys = std::async(std::launch::async | std::launch::deferred,
+                           [this, &credentials] { return keysFor(header, credentials); });
 
     SecureBytes body;
     serialiseInnerHeader(inner, body);

@@ -47,8 +47,9 @@ template <class Work>
 void inParts(std::size_t count, std::size_t parts, Work&& work)
 {
     std::vector<std::future<void>> others;
+    // Deferred when no thread can be had: that part then runs here, at the end.
     for (std::size_t i = 1; i < parts; ++i)
-        others.push_back(std::async(std::launch::async, [&work, i, parts, count] {
+        others.push_back(std::async(std::launch::async | std::launch::deferred, [&work, i, parts, count] {
             work(i, count * i / parts, count * (i + 1) / parts);
         }));
     work(std::size_t{0}, std::size_t{0}, count / parts);
