@@ -278,7 +278,7 @@ GzipWriter::Deflated deflateSlice(ByteView in, ByteView dictionary, bool last)
 
 GzipWriter::~GzipWriter()
 {
-    // A future of std::async waits in its destructor; the jobs own what they read.
+    // A running job's future waits for it here; the jobs own what they read, so none outlives its input.
     pending_.clear();
 }
 
@@ -334,7 +334,7 @@ SecureBytes GzipWriter::finish()
         size += piece.bytes.size();
         check = ::crc32_combine(check, piece.crc, static_cast<z_off_t>(piece.inputSize));
     }
-    // Sized once: a regrowth would leave copies of the compressed plaintext in freed memory.
+    // Sized once, so that the member is copied once.
     SecureBytes out;
     out.reserve(size);
     out.append(ByteView(gzipHeader));
