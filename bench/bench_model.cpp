@@ -18,7 +18,7 @@ pugi::xml_document& database()
 
 void listGroupTitles(benchmark::State& state)
 {
-    const model::Document doc(database());
+    model::Document doc(database());
     const auto groups = doc.topGroup()->groups();
     std::size_t g = 0;
     for (auto _ : state) {
@@ -33,7 +33,7 @@ BENCHMARK(listGroupTitles)->Unit(benchmark::kMicrosecond)->Repetitions(9)->Displ
 
 void editWithHistory(benchmark::State& state)
 {
-    const model::Document doc(database());
+    model::Document doc(database());
     const auto entries = doc.topGroup()->allEntries();
     std::size_t i = 0;
     for (auto _ : state) {

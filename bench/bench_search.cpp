@@ -30,7 +30,7 @@ pugi::xml_document& database(std::size_t entries)
 // "zebra" sits in one entry in a thousand, so every searchable entry is read and lower-cased.
 void searchLiveTree(benchmark::State& state)
 {
-    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    model::Document doc(database(static_cast<std::size_t>(state.range(0))));
     for (auto _ : state) {
         auto hits = model::entriesToList(doc, std::nullopt, "Zebra", model::SearchScope::everywhere);
         benchmark::DoNotOptimize(hits.data());
@@ -42,7 +42,7 @@ BENCHMARK(searchLiveTree)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMillisecon
 // The window's first keystroke after opening or a change of scope: a fresh index gathers every text.
 void searchFirstKeystroke(benchmark::State& state)
 {
-    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    model::Document doc(database(static_cast<std::size_t>(state.range(0))));
     for (auto _ : state) {
         model::SearchIndex index(doc);
         auto hits = index.entriesToList(std::nullopt, "Zebra", model::SearchScope::everywhere);
@@ -55,7 +55,7 @@ BENCHMARK(searchFirstKeystroke)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMill
 // What the search field does while the user types: the texts were gathered by an earlier keystroke.
 void searchAsYouType(benchmark::State& state)
 {
-    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    model::Document doc(database(static_cast<std::size_t>(state.range(0))));
     model::SearchIndex index(doc);
     index.entriesToList(std::nullopt, "z", model::SearchScope::everywhere);
     for (auto _ : state) {
@@ -68,7 +68,7 @@ BENCHMARK(searchAsYouType)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMilliseco
 
 void searchAsYouTypeTwoTermsInPasswords(benchmark::State& state)
 {
-    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    model::Document doc(database(static_cast<std::size_t>(state.range(0))));
     model::SearchIndex index(doc);
     index.entriesToList(std::nullopt, "q", model::SearchScope::password);
     for (auto _ : state) {
@@ -82,7 +82,7 @@ BENCHMARK(searchAsYouTypeTwoTermsInPasswords)->Arg(10'000)->Arg(50'000)->Unit(be
 // The first keystroke after an edit gathers the texts again.
 void searchAfterAnEdit(benchmark::State& state)
 {
-    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    model::Document doc(database(static_cast<std::size_t>(state.range(0))));
     model::SearchIndex index(doc);
     const auto entry = doc.topGroup()->groups().front().entries().front();
     std::size_t i = 0;
@@ -101,7 +101,7 @@ BENCHMARK(searchAfterAnEdit)->Arg(10'000)->Arg(50'000)->Unit(benchmark::kMillise
 // comes back, so the searchable entries are listed again but no entry's texts are gathered again.
 void searchAfterAMove(benchmark::State& state)
 {
-    const model::Document doc(database(static_cast<std::size_t>(state.range(0))));
+    model::Document doc(database(static_cast<std::size_t>(state.range(0))));
     model::SearchIndex index(doc);
     const auto group = doc.topGroup()->groups().front();
     model::deleteGroup(group); // makes the bin, once

@@ -15,18 +15,18 @@ Document::Document(pugi::xml_document& xml, Clock clock) : xml_(&xml), clock_(st
         clock_ = [] { return std::chrono::system_clock::now(); };
 }
 
-void Document::changed() const noexcept
+void Document::changed() noexcept
 {
     contentRevision_ = structuralRevision_ = ++revision_;
     changedEntries_.clear();
 }
 
-void Document::structureChanged() const noexcept
+void Document::structureChanged() noexcept
 {
     structuralRevision_ = ++revision_;
 }
 
-void Document::entryChanged(pugi::xml_node entry) const noexcept
+void Document::entryChanged(pugi::xml_node entry) noexcept
 {
     // Past a few thousand edits a full refresh is as cheap as replaying the list.
     constexpr std::size_t maxListed = 4096;
@@ -39,6 +39,61 @@ void Document::entryChanged(pugi::xml_node entry) const noexcept
     } catch (...) {
         changed();
     }
+}
+
+pugi::xml_node Document::insertElement(pugi::xml_node parent, pugi::xml_node before, pugi::xml_node prototype)
+{
+    if (observer_)
+        observer_->aboutToInsert(parent, before, prototype);
+    const auto element = before ? parent.insert_copy_before(prototype, before) : parent.append_copy(prototype);
+    structureChanged();
+    if (nodes::isNamed(element, "Entry"))
+        entryChanged(element);
+    if (observer_)
+        observer_->inserted(element);
+    return element;
+}
+
+void Document::moveElement(pugi::xml_node element, pugi::xml_node newParent, pugi::xml_node before)
+{
+    if (observer_)
+        observer_->aboutToMove(element, newParent, before);
+    const auto oldParent = element.parent();
+    if (before)
+        newParent.insert_move_before(element, before);
+    else
+        newParent.append_move(element);
+    structureChanged();
+    if (observer_)
+        observer_->moved(element, oldParent);
+}
+
+void Document::removeElement(pugi::xml_node element)
+{
+    if (observer_)
+        observer_->aboutToRemove(element);
+    const auto parent = element.parent();
+    nodes::remove(element);
+    changed();
+    if (observer_)
+        observer_->removed(parent);
+}
+
+Document::ContentChange::ContentChange(Document& document, pugi::xml_node element)
+    : document_(document), element_(element)
+{
+    if (document_.observer_)
+        document_.observer_->aboutToChangeContent(element_);
+}
+
+Document::ContentChange::~ContentChange()
+{
+    if (nodes::isNamed(element_, "Entry") && !nodes::isNamed(element_.parent(), "History"))
+        document_.entryChanged(element_);
+    else
+        document_.structureChanged();
+    if (document_.observer_)
+        document_.observer_->contentChanged(element_);
 }
 
 Time Document::now() const
@@ -64,20 +119,24 @@ std::optional<std::string_view> Document::metaText(const char* name) const
     return std::string_view(node.text().get());
 }
 
-void Document::setMetaText(const char* name, std::string_view text) const
+void Document::setMetaText(const char* name, std::string_view text)
 {
-    changed();
     auto m = meta();
     if (!m) {
         auto file = xml_->child("KeePassFile");
         if (!file)
             return;
-        m = file.prepend_child("Meta");
+        pugi::xml_document prototype;
+        prototype.append_child("Meta");
+        m = insertElement(file, file.first_child(), prototype.first_child());
     }
+    if (const auto node = m.child(name); node && nodes::sameText(node.text().get(), text))
+        return;
+    const ContentChange change(*this, m);
     nodes::setChildText(m, name, text);
 }
 
-std::optional<Group> Document::topGroup() const
+std::optional<Group> Document::topGroup()
 {
     if (const auto g = root().child("Group"))
         return Group(g, *this);
@@ -107,7 +166,7 @@ void walkGroups(pugi::xml_node root, Visit&& visit)
 
 } // namespace
 
-std::optional<Group> Document::findGroup(std::string_view uuid) const
+std::optional<Group> Document::findGroup(std::string_view uuid)
 {
     if (isNoUuid(uuid))
         return std::nullopt;
@@ -122,7 +181,7 @@ std::optional<Group> Document::findGroup(std::string_view uuid) const
     return Group(found, *this);
 }
 
-std::optional<Entry> Document::findEntry(std::string_view uuid) const
+std::optional<Entry> Document::findEntry(std::string_view uuid)
 {
     if (isNoUuid(uuid))
         return std::nullopt;
@@ -140,43 +199,50 @@ std::optional<Entry> Document::findEntry(std::string_view uuid) const
     return Entry(found, *this);
 }
 
-Group Document::group(pugi::xml_node element) const
+Group Document::group(pugi::xml_node element)
 {
     return Group(element, *this);
 }
 
-Entry Document::entry(pugi::xml_node element) const
+Entry Document::entry(pugi::xml_node element)
 {
     return Entry(element, *this);
 }
 
-Entry Document::newEntry(const Group& parent, std::string_view title) const
+// New items are built whole in a scratch document and go in with one insertion, so that an observer
+// sees them arrive complete.
+Entry Document::newEntry(const Group& parent, std::string_view title)
 {
-    structureChanged(); // the fields that follow list the entry as changed
-    auto e = parent.element().append_child("Entry");
+    pugi::xml_document scratch;
+    auto e = scratch.append_child("Entry");
     e.append_child("UUID").text().set(kdbx::newUuidText().c_str());
     auto times = e.append_child("Times");
     const std::string stamp = writeTime(now());
     for (const char* name : {"CreationTime", "LastModificationTime", "LastAccessTime"})
         times.append_child(name).text().set(stamp.c_str());
     times.append_child("Expires").text().set(falseText.data(), falseText.size());
-    const Entry entry(e, *this);
-    for (const auto name : standardFieldNames)
-        entry.setField(name, name == "Title" ? title : std::string_view(), name == "Password");
-    return entry;
+    for (const auto name : standardFieldNames) {
+        auto s = e.append_child("String");
+        s.append_child("Key").text().set(name.data(), name.size());
+        auto value = s.append_child("Value");
+        nodes::setText(value, name == "Title" ? title : std::string_view());
+        if (name == "Password")
+            value.append_attribute("Protected").set_value(trueText.data(), trueText.size());
+    }
+    return Entry(insertElement(parent.element(), {}, e), *this);
 }
 
-Group Document::newGroup(const Group& parent, std::string_view name) const
+Group Document::newGroup(const Group& parent, std::string_view name)
 {
-    structureChanged();
-    auto g = parent.element().append_child("Group");
+    pugi::xml_document scratch;
+    auto g = scratch.append_child("Group");
     g.append_child("UUID").text().set(kdbx::newUuidText().c_str());
-    g.append_child("Name").text().set(name.data(), name.size());
+    nodes::setText(g.append_child("Name"), name);
     auto times = g.append_child("Times");
     const std::string stamp = writeTime(now());
     times.append_child("CreationTime").text().set(stamp.c_str());
     times.append_child("LastModificationTime").text().set(stamp.c_str());
-    return Group(g, *this);
+    return Group(insertElement(parent.element(), {}, g), *this);
 }
 
 std::optional<std::size_t> Document::historyLimit() const
@@ -198,7 +264,7 @@ std::int64_t Document::historyMaxItems() const
     return readDecimal(*text).value_or(-1);
 }
 
-void Document::setHistoryMaxItems(std::int64_t value) const
+void Document::setHistoryMaxItems(std::int64_t value)
 {
     setMetaText("HistoryMaxItems", std::to_string(value));
 }

@@ -42,10 +42,13 @@ bool Entry::isFieldProtected(std::string_view name) const
     return std::string_view(findString(name).child("Value").attribute("Protected").value()) == trueText;
 }
 
-void Entry::setField(std::string_view name, std::string_view text, bool isProtected) const
+bool Entry::setField(std::string_view name, std::string_view text, bool isProtected) const
 {
-    document_->entryChanged(element_);
     auto s = findString(name);
+    if (s && s.child("Value") && nodes::sameText(s.child("Value").text().get(), text) &&
+        isFieldProtected(name) == isProtected)
+        return false;
+    const Document::ContentChange change(*document_, element_);
     if (!s) {
         s = pugi::xml_node(element_).append_child("String");
         nodes::setText(s.append_child("Key"), name);
@@ -59,19 +62,18 @@ void Entry::setField(std::string_view name, std::string_view text, bool isProtec
         while (auto a = value.attribute("Protected"))
             value.remove_attribute(a);
     touch();
+    return true;
 }
 
 bool Entry::removeField(std::string_view name) const
 {
-    document_->entryChanged(element_);
-    bool removed = false;
-    while (auto s = findString(name)) {
+    if (!findString(name))
+        return false;
+    const Document::ContentChange change(*document_, element_);
+    while (auto s = findString(name))
         nodes::remove(s);
-        removed = true;
-    }
-    if (removed)
-        touch();
-    return removed;
+    touch();
+    return true;
 }
 
 std::vector<CustomField> Entry::customFields() const
@@ -115,22 +117,23 @@ std::optional<Time> Entry::expiry() const
     return nodes::childTime(element_, "ExpiryTime");
 }
 
-void Entry::setExpiry(std::optional<Time> when) const
+bool Entry::setExpiry(std::optional<Time> when) const
 {
-    document_->entryChanged(element_);
     auto times = element_.child("Times");
-    if (!times)
-        return;
+    if (!times || expiry() == when)
+        return false;
+    const Document::ContentChange change(*document_, element_);
     const auto flag = boolText(when.has_value());
     nodes::childOrAppend(times, "Expires").text().set(flag.data(), flag.size());
     if (when)
         nodes::stampTime(element_, "ExpiryTime", *when);
     touch();
+    return true;
 }
 
 void Entry::touch() const
 {
-    document_->entryChanged(element_);
+    const Document::ContentChange change(*document_, element_);
     nodes::stampTime(element_, "LastModificationTime", document_->now());
 }
 

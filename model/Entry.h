@@ -28,10 +28,10 @@ bool isStandardField(std::string_view name) noexcept;
 
 class Entry {
 public:
-    Entry(pugi::xml_node element, const Document& document) noexcept : element_(element), document_(&document) {}
+    Entry(pugi::xml_node element, Document& document) noexcept : element_(element), document_(&document) {}
 
     pugi::xml_node element() const noexcept { return element_; }
-    const Document& document() const noexcept { return *document_; }
+    Document& document() const noexcept { return *document_; }
 
     std::string_view uuid() const;
     // Two views are the same item when their UUID texts are equal.
@@ -48,8 +48,9 @@ public:
     bool notesProtected() const { return isFieldProtected("Notes"); }
 
     // Filters the text for XML, writes it (appending a new String when the field is missing), sets or
-    // removes Protected="True", then touches the modification time.
-    void setField(std::string_view name, std::string_view text, bool isProtected) const;
+    // removes Protected="True", then touches the modification time. False, and nothing touched, when the
+    // field already reads so.
+    bool setField(std::string_view name, std::string_view text, bool isProtected) const;
     // Removes every String with that Key; touches the modification time when one was removed.
     bool removeField(std::string_view name) const;
     std::vector<CustomField> customFields() const;
@@ -60,8 +61,9 @@ public:
     std::optional<Time> locationChanged() const;
     // ExpiryTime, counted only while Expires is true.
     std::optional<Time> expiry() const;
-    // With none, Expires becomes False and ExpiryTime stays; an entry without Times is left alone.
-    void setExpiry(std::optional<Time> when) const;
+    // With none, Expires becomes False and ExpiryTime stays; an entry without Times is left alone. False
+    // when nothing changed.
+    bool setExpiry(std::optional<Time> when) const;
     void touch() const;
 
     std::size_t attachmentCount() const;
@@ -76,7 +78,7 @@ private:
     pugi::xml_node findString(std::string_view name) const;
 
     pugi::xml_node element_;
-    const Document* document_;
+    Document* document_;
 };
 
 } // namespace quillon::model

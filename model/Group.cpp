@@ -15,10 +15,13 @@ std::string_view Group::name() const
     return nodes::childText(element_, "Name");
 }
 
-void Group::rename(std::string_view name) const
+bool Group::rename(std::string_view name) const
 {
-    document_->structureChanged(); // no entry's fields change
+    if (element_.child("Name") && nodes::sameText(this->name(), name))
+        return false;
+    const Document::ContentChange change(*document_, element_);
     nodes::setChildText(element_, "Name", name);
+    return true;
 }
 
 std::optional<int> Group::iconId() const
@@ -56,7 +59,7 @@ std::optional<Time> Group::locationChanged() const
 
 void Group::touch() const
 {
-    document_->structureChanged(); // no entry's fields change
+    const Document::ContentChange change(*document_, element_);
     nodes::stampTime(element_, "LastModificationTime", document_->now());
 }
 

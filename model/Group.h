@@ -16,17 +16,17 @@ class Document;
 
 class Group {
 public:
-    Group(pugi::xml_node element, const Document& document) noexcept : element_(element), document_(&document) {}
+    Group(pugi::xml_node element, Document& document) noexcept : element_(element), document_(&document) {}
 
     pugi::xml_node element() const noexcept { return element_; }
-    const Document& document() const noexcept { return *document_; }
+    Document& document() const noexcept { return *document_; }
 
     std::string_view uuid() const;
     bool sameItem(const Group& other) const { return uuid() == other.uuid(); }
 
     std::string_view name() const;
-    // Filters the text for XML; does not touch the group's times.
-    void rename(std::string_view name) const;
+    // Filters the text for XML; does not touch the group's times. False when the name already reads so.
+    bool rename(std::string_view name) const;
     std::optional<int> iconId() const;
     // The group's own EnableSearching: true or false in any case; anything else is no answer.
     std::optional<bool> enableSearching() const;
@@ -53,7 +53,7 @@ public:
 
 private:
     pugi::xml_node element_;
-    const Document* document_;
+    Document* document_;
 };
 
 } // namespace quillon::model

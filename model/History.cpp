@@ -49,14 +49,14 @@ bool keptOnRestore(pugi::xml_node child)
 
 void snapshot(const Entry& entry)
 {
-    entry.document().entryChanged(entry.element());
+    const Document::ContentChange change(entry.document(), entry.element());
     appendVersion(entry.element());
     prune(entry.element(), entry.document().historyLimit());
 }
 
 void restoreVersion(const Entry& entry, const Entry& version)
 {
-    entry.document().entryChanged(entry.element());
+    const Document::ContentChange change(entry.document(), entry.element());
     auto e = entry.element();
     // Pruning waits until the copy is done: a small limit could otherwise drop the version being restored.
     appendVersion(e);
@@ -75,7 +75,8 @@ void restoreVersion(const Entry& entry, const Entry& version)
 
 bool editField(const Entry& entry, std::string_view name, std::string_view text)
 {
-    if (entry.field(name).value_or("") == text)
+    // Compared as it would be stored, so text differing only by what XML cannot carry changes nothing.
+    if (nodes::sameText(entry.field(name).value_or(""), text))
         return false;
     bool isProtected = false;
     if (name == "Password")

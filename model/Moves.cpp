@@ -13,34 +13,65 @@ bool isBinGroup(const Group& group)
     return bin && bin->element() == group.element();
 }
 
-bool reorderNode(pugi::xml_node item, pugi::xml_node before)
+// The next sibling of the same kind: the place an item already holds when `before` names it.
+pugi::xml_node nextOfKind(pugi::xml_node item)
+{
+    return item.next_sibling(item.name());
+}
+
+bool reorderNode(Document& document, pugi::xml_node item, pugi::xml_node before)
 {
     auto parent = item.parent();
     if (item == before || !parent || parent.type() != pugi::node_element)
         return false;
-    if (before) {
-        if (before.parent() != parent)
-            return false;
-        return bool(parent.insert_move_before(item, before));
+    if (before && before.parent() != parent)
+        return false;
+    if (nextOfKind(item) == before)
+        return false;
+    document.moveElement(item, parent, before);
+    return true;
+}
+
+MoveResult deleteByMove(DeleteResult result)
+{
+    switch (result) {
+    case DeleteResult::movedToBin:
+        return MoveResult::movedToBin;
+    case DeleteResult::deletedPermanently:
+        return MoveResult::deletedPermanently;
+    case DeleteResult::refusedTopGroup:
+    case DeleteResult::refusedHoldsBin:
+    case DeleteResult::refusedAlreadyEmpty:
+        return MoveResult::refused;
     }
-    return bool(parent.append_move(item));
+    return MoveResult::refused;
 }
 
 } // namespace
 
-bool moveEntry(const Entry& entry, const Group& target)
+bool moveDeletesPermanently(const Entry& entry, const Group& target)
 {
-    entry.document().structureChanged();
+    return entry.element().parent() != target.element() && isBinGroup(target) && !isInsideBin(entry) &&
+           !isBinEnabled(entry.document());
+}
+
+bool moveDeletesPermanently(const Group& group, const Group& target)
+{
+    return canMoveGroup(group, target) && group.element().parent() != target.element() && isBinGroup(target) &&
+           !isInsideBin(group) && !isBinEnabled(group.document());
+}
+
+MoveResult moveEntry(const Entry& entry, const Group& target)
+{
     if (entry.element().parent() == target.element())
-        return false;
-    if (isBinGroup(target) && !isInsideBin(entry)) {
-        deleteEntry(entry);
-        return true;
-    }
-    if (!target.element().append_move(entry.element()))
-        return false;
-    nodes::stampTime(entry.element(), "LocationChanged", entry.document().now());
-    return true;
+        return MoveResult::refused;
+    if (isBinGroup(target) && !isInsideBin(entry))
+        return deleteByMove(deleteEntry(entry));
+    auto& document = entry.document();
+    document.moveElement(entry.element(), target.element(), {});
+    const Document::ContentChange change(document, entry.element());
+    nodes::stampTime(entry.element(), "LocationChanged", document.now());
+    return MoveResult::moved;
 }
 
 bool canMoveGroup(const Group& group, const Group& target)
@@ -55,39 +86,35 @@ bool canMoveGroup(const Group& group, const Group& target)
     return true;
 }
 
-bool moveGroup(const Group& group, const Group& target, const std::optional<Group>& before)
+MoveResult moveGroup(const Group& group, const Group& target, const std::optional<Group>& before)
 {
-    group.document().structureChanged();
     if (!canMoveGroup(group, target) || (before && before->element() == group.element()))
-        return false;
+        return MoveResult::refused;
+    if (before && before->element().parent() != target.element())
+        return MoveResult::refused;
     const auto oldParent = group.element().parent();
-    if (isBinGroup(target) && oldParent != target.element() && !isInsideBin(group)) {
-        deleteGroup(group);
-        return true;
+    if (isBinGroup(target) && oldParent != target.element() && !isInsideBin(group))
+        return deleteByMove(deleteGroup(group));
+    const auto beforeNode = before ? before->element() : pugi::xml_node();
+    if (oldParent == target.element() && nextOfKind(group.element()) == beforeNode)
+        return MoveResult::refused;
+    auto& document = group.document();
+    document.moveElement(group.element(), target.element(), beforeNode);
+    if (oldParent != target.element()) {
+        const Document::ContentChange change(document, group.element());
+        nodes::stampTime(group.element(), "LocationChanged", document.now());
     }
-    if (before) {
-        if (before->element().parent() != target.element())
-            return false;
-        if (!target.element().insert_move_before(group.element(), before->element()))
-            return false;
-    } else if (!target.element().append_move(group.element())) {
-        return false;
-    }
-    if (oldParent != target.element())
-        nodes::stampTime(group.element(), "LocationChanged", group.document().now());
-    return true;
+    return MoveResult::moved;
 }
 
 bool reorder(const Entry& item, const std::optional<Entry>& before)
 {
-    item.document().structureChanged();
-    return reorderNode(item.element(), before ? before->element() : pugi::xml_node());
+    return reorderNode(item.document(), item.element(), before ? before->element() : pugi::xml_node());
 }
 
 bool reorder(const Group& item, const std::optional<Group>& before)
 {
-    item.document().structureChanged();
-    return reorderNode(item.element(), before ? before->element() : pugi::xml_node());
+    return reorderNode(item.document(), item.element(), before ? before->element() : pugi::xml_node());
 }
 
 } // namespace quillon::model

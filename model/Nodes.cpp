@@ -23,6 +23,16 @@ void setChildText(pugi::xml_node node, const char* name, std::string_view text)
     setText(childOrAppend(node, name), text);
 }
 
+bool sameText(std::string_view stored, std::string_view text)
+{
+    if (isXmlSafe(text))
+        return stored == text;
+    kdbx::SecureBytes clean;
+    clean.reserve(text.size());
+    appendXmlSafe(text, clean);
+    return stored == std::string_view(reinterpret_cast<const char*>(clean.data()), clean.size());
+}
+
 void setText(pugi::xml_node node, std::string_view text)
 {
     if (isXmlSafe(text)) {

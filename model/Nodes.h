@@ -14,6 +14,8 @@ namespace quillon::model::nodes {
 std::string_view childText(pugi::xml_node node, const char* name);
 // The first child with that name, appended at the end of the node when missing.
 pugi::xml_node childOrAppend(pugi::xml_node node, const char* name);
+// True when writing text would leave the stored text as it is: compared after filtering for XML.
+bool sameText(std::string_view stored, std::string_view text);
 // Writes text (filtered for XML first) into the child, which is created at the end when missing.
 void setChildText(pugi::xml_node node, const char* name, std::string_view text);
 // Replaces the node's text after dropping characters XML 1.0 cannot carry; secrets pass only through

@@ -29,7 +29,7 @@ bool isBinEnabled(const Document& document)
     return !text || !equalsIgnoringCase(*text, "false");
 }
 
-std::optional<Group> findBin(const Document& document)
+std::optional<Group> findBin(Document& document)
 {
     const auto uuid = document.metaText("RecycleBinUUID");
     if (!uuid)
@@ -37,7 +37,7 @@ std::optional<Group> findBin(const Document& document)
     return document.findGroup(*uuid);
 }
 
-std::optional<Group> findOrMakeBin(const Document& document)
+std::optional<Group> findOrMakeBin(Document& document)
 {
     if (auto bin = findBin(document))
         return bin;
@@ -45,10 +45,13 @@ std::optional<Group> findOrMakeBin(const Document& document)
     if (!top)
         return std::nullopt;
     const Group bin = document.newGroup(*top, recycleBinName);
-    auto e = bin.element();
-    e.append_child("IconID").text().set(recycleBinIconId);
-    e.append_child("EnableAutoType").text().set(falseText.data(), falseText.size());
-    e.append_child("EnableSearching").text().set(falseText.data(), falseText.size());
+    {
+        const Document::ContentChange change(document, bin.element());
+        auto e = bin.element();
+        e.append_child("IconID").text().set(recycleBinIconId);
+        e.append_child("EnableAutoType").text().set(falseText.data(), falseText.size());
+        e.append_child("EnableSearching").text().set(falseText.data(), falseText.size());
+    }
     document.setMetaText("RecycleBinUUID", bin.uuid());
     document.setMetaText("RecycleBinChanged", writeTime(document.now()));
     return bin;
@@ -56,7 +59,7 @@ std::optional<Group> findOrMakeBin(const Document& document)
 
 namespace {
 
-bool hasBinAbove(pugi::xml_node item, const Document& document)
+bool hasBinAbove(pugi::xml_node item, Document& document)
 {
     const auto bin = findBin(document);
     if (!bin)
@@ -75,9 +78,8 @@ void appendDeletionRecord(pugi::xml_node deleted, std::string_view uuid, Time wh
     record.append_child("DeletionTime").text().set(stamp.c_str());
 }
 
-void deleteNodePermanently(const Document& document, pugi::xml_node item)
+void deleteNodePermanently(Document& document, pugi::xml_node item)
 {
-    document.changed();
     const auto root = document.root();
     if (!item.parent())
         return;
@@ -98,17 +100,17 @@ void deleteNodePermanently(const Document& document, pugi::xml_node item)
                 stack.push_back(c);
     }
     if (root) {
+        const Document::ContentChange change(document, root);
         auto deleted = nodes::childOrAppend(root, "DeletedObjects");
         const Time when = document.now();
         for (const auto& uuid : uuids)
             appendDeletionRecord(deleted, uuid, when);
     }
-    nodes::remove(item);
+    document.removeElement(item);
 }
 
-bool restoreNode(const Document& document, pugi::xml_node item)
+bool restoreNode(Document& document, pugi::xml_node item)
 {
-    document.structureChanged();
     const auto top = document.topGroup();
     if (!top || nodes::isSelfOrAncestor(item, top->element()) || !item.parent())
         return false;
@@ -118,7 +120,8 @@ bool restoreNode(const Document& document, pugi::xml_node item)
     } else if (const auto bin = findBin(document); bin && nodes::isSelfOrAncestor(bin->element(), target->element())) {
         target = top;
     }
-    target->element().append_move(item);
+    document.moveElement(item, target->element(), {});
+    const Document::ContentChange change(document, item);
     nodes::stampTime(item, "LocationChanged", document.now());
     while (auto previous = item.child("PreviousParentGroup"))
         nodes::remove(previous);
@@ -145,9 +148,10 @@ bool isBin(const Group& group)
 
 void moveIntoBin(pugi::xml_node item, const Group& bin)
 {
-    bin.document().structureChanged();
+    auto& document = bin.document();
     const std::string previous(nodes::childText(item.parent(), "UUID"));
-    bin.element().append_move(item);
+    document.moveElement(item, bin.element(), {});
+    const Document::ContentChange change(document, item);
     if (!previous.empty())
         nodes::setChildText(item, "PreviousParentGroup", previous);
     nodes::stampTime(item, "LocationChanged", bin.document().now());
@@ -155,7 +159,7 @@ void moveIntoBin(pugi::xml_node item, const Group& bin)
 
 DeleteResult deleteEntry(const Entry& entry)
 {
-    const auto& document = entry.document();
+    auto& document = entry.document();
     if (isBinEnabled(document) && !isInsideBin(entry)) {
         if (const auto bin = findOrMakeBin(document)) {
             moveIntoBin(entry.element(), *bin);
@@ -168,7 +172,7 @@ DeleteResult deleteEntry(const Entry& entry)
 
 DeleteResult deleteGroup(const Group& group)
 {
-    const auto& document = group.document();
+    auto& document = group.document();
     const auto top = document.topGroup();
     if (top && top->element() == group.element())
         return DeleteResult::refusedTopGroup;
@@ -205,7 +209,7 @@ void deletePermanently(const Group& group)
     deleteNodePermanently(group.document(), group.element());
 }
 
-DeleteResult emptyBin(const Document& document)
+DeleteResult emptyBin(Document& document)
 {
     const auto bin = findBin(document);
     if (!bin || (!bin->element().child("Entry") && !bin->element().child("Group")))

@@ -32,9 +32,9 @@ inline constexpr int recycleBinIconId = 43;
 
 // Off only when Meta/RecycleBinEnabled reads "false" in any case.
 bool isBinEnabled(const Document& document);
-std::optional<Group> findBin(const Document& document);
+std::optional<Group> findBin(Document& document);
 // Makes the bin as the last child of the top group when there is none; none without a top group.
-std::optional<Group> findOrMakeBin(const Document& document);
+std::optional<Group> findOrMakeBin(Document& document);
 bool isInsideBin(const Entry& entry);
 bool isInsideBin(const Group& group);
 bool isBin(const Group& group);
@@ -47,7 +47,7 @@ DeleteResult deleteGroup(const Group& group);
 void deletePermanently(const Entry& entry);
 void deletePermanently(const Group& group);
 // Deletes everything in the bin for good; refusedAlreadyEmpty (and no change) when there is nothing.
-DeleteResult emptyBin(const Document& document);
+DeleteResult emptyBin(Document& document);
 
 // Puts the item back in the group it was deleted from, or in the top group when that group is gone,
 // is the item itself or lies inside it or inside the bin.

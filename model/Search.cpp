@@ -178,7 +178,7 @@ bool matches(const Entry& entry, const std::vector<kdbx::SecureBytes>& terms, Se
     return matcher.matches(entry.element(), terms, scope);
 }
 
-std::vector<Entry> entriesToList(const Document& document, const std::optional<Group>& selected,
+std::vector<Entry> entriesToList(Document& document, const std::optional<Group>& selected,
                                  std::string_view text, SearchScope scope)
 {
     const SearchQuery query = parseQuery(text, scope);

@@ -37,7 +37,7 @@ bool matches(const Entry& entry, const std::vector<kdbx::SecureBytes>& terms, Se
 
 // With terms: every searchable entry of the database that matches, in document order. Without: the
 // selected group's own entries, or nothing when no group is selected.
-std::vector<Entry> entriesToList(const Document& document, const std::optional<Group>& selected,
+std::vector<Entry> entriesToList(Document& document, const std::optional<Group>& selected,
                                  std::string_view text, SearchScope scope);
 
 // Unicode lower case of UTF-8 text, appended to out; bytes that are not UTF-8 pass unchanged.

@@ -23,7 +23,7 @@ class SearchText;
 // Gives exactly what entriesToList gives.
 class SearchIndex {
 public:
-    explicit SearchIndex(const Document& document) : document_(&document) {}
+    explicit SearchIndex(Document& document) : document_(&document) {}
 
     std::vector<Entry> entriesToList(const std::optional<Group>& selected, std::string_view text, SearchScope scope);
     // Wipes the gathered texts (on lock, or when the window stops searching).
@@ -49,7 +49,7 @@ private:
         std::size_t offset;
         std::size_t size;
     };
-    const Document* document_;
+    Document* document_;
     // The gathered texts, in one buffer per part that was gathered on its own thread.
     std::vector<kdbx::SecureBytes> texts_;
     std::vector<Span> spans_;

@@ -40,7 +40,7 @@ void DatabaseSettings::writeTo(kdbx::OuterHeader& header) const
     kdf["P"] = parallelism;
 }
 
-SettingsForm SettingsForm::load(const kdbx::OuterHeader& header, const model::Document& document,
+SettingsForm SettingsForm::load(const kdbx::OuterHeader& header, model::Document& document,
                                 const Preferences& preferences)
 {
     SettingsForm form;
@@ -135,7 +135,7 @@ DatabaseSettings SettingsForm::databaseSettings() const
     return out;
 }
 
-bool SettingsForm::apply(kdbx::OuterHeader& header, const model::Document& document, Preferences& preferences)
+bool SettingsForm::apply(kdbx::OuterHeader& header, model::Document& document, Preferences& preferences)
 {
     const auto settings = databaseSettings();
     settings.writeTo(header);

@@ -85,7 +85,7 @@ public:
     // Empty when there is nothing to warn about; the row is hidden then.
     QString warning;
 
-    static SettingsForm load(const kdbx::OuterHeader& header, const model::Document& document,
+    static SettingsForm load(const kdbx::OuterHeader& header, model::Document& document,
                              const Preferences& preferences);
 
     // Recomputed whenever a field's text changes, and at load.
@@ -106,7 +106,7 @@ public:
     // The database part goes to the header and the document's history limit, in memory; the preferences
     // are written at once. False when a duress change could not be written: the stored record is then
     // as it was.
-    bool apply(kdbx::OuterHeader& header, const model::Document& document, Preferences& preferences);
+    bool apply(kdbx::OuterHeader& header, model::Document& document, Preferences& preferences);
 
 private:
     enum class DuressChange : std::uint8_t { none, set, remove };

@@ -39,7 +39,7 @@ std::optional<model::Group> childGroup(const model::Group& parent, std::string_v
     return found;
 }
 
-model::Group topGroup(const model::Document& document)
+model::Group topGroup(model::Document& document)
 {
     auto top = document.topGroup();
     if (!top)
@@ -47,7 +47,7 @@ model::Group topGroup(const model::Document& document)
     return *top;
 }
 
-std::optional<model::Group> walkGroups(const model::Document& document, const std::vector<std::string>& parts,
+std::optional<model::Group> walkGroups(model::Document& document, const std::vector<std::string>& parts,
                                        std::size_t count, std::string_view path)
 {
     auto group = topGroup(document);
@@ -131,7 +131,7 @@ std::string entryPath(const model::Entry& entry)
     return path;
 }
 
-model::Group resolveGroup(const model::Document& document, std::string_view path)
+model::Group resolveGroup(model::Document& document, std::string_view path)
 {
     const auto parts = splitPath(path);
     if (auto group = walkGroups(document, parts, parts.size(), path))
@@ -142,7 +142,7 @@ model::Group resolveGroup(const model::Document& document, std::string_view path
     throw Failure("Group not found: " + std::string(path));
 }
 
-std::optional<model::Entry> findEntry(const model::Document& document, std::string_view path)
+std::optional<model::Entry> findEntry(model::Document& document, std::string_view path)
 {
     const auto parts = splitPath(path);
     if (!parts.empty()) {
@@ -164,14 +164,14 @@ std::optional<model::Entry> findEntry(const model::Document& document, std::stri
     return std::nullopt;
 }
 
-model::Entry resolveEntry(const model::Document& document, std::string_view path)
+model::Entry resolveEntry(model::Document& document, std::string_view path)
 {
     if (auto entry = findEntry(document, path))
         return *entry;
     throw Failure("Entry not found: " + std::string(path));
 }
 
-NewItemPlace resolveNewItem(const model::Document& document, std::string_view path)
+NewItemPlace resolveNewItem(model::Document& document, std::string_view path)
 {
     auto parts = splitPath(path);
     if (parts.empty())

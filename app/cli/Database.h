@@ -40,7 +40,7 @@ public:
 
     files::DatabaseFile& file() noexcept { return file_; }
     kdbx::KdbxFile& kdbx() noexcept { return file_.file(); }
-    const model::Document& document() const noexcept { return document_; }
+    model::Document& document() noexcept { return document_; }
     const kdbx::Credentials& credentials() const noexcept { return credentials_; }
 
     // With a backup of the file as it was, unless the user turned backups off.
@@ -60,16 +60,16 @@ private:
 std::vector<std::string> splitPath(std::string_view path);
 std::string groupPath(const model::Group& group);
 std::string entryPath(const model::Entry& entry);
-model::Group resolveGroup(const model::Document& document, std::string_view path);
-model::Entry resolveEntry(const model::Document& document, std::string_view path);
-std::optional<model::Entry> findEntry(const model::Document& document, std::string_view path);
+model::Group resolveGroup(model::Document& document, std::string_view path);
+model::Entry resolveEntry(model::Document& document, std::string_view path);
+std::optional<model::Entry> findEntry(model::Document& document, std::string_view path);
 
 // Where a new item goes: its parent group (which must exist) and its name (the last component).
 struct NewItemPlace {
     model::Group parent;
     std::string name;
 };
-NewItemPlace resolveNewItem(const model::Document& document, std::string_view path);
+NewItemPlace resolveNewItem(model::Document& document, std::string_view path);
 
 // "2024-05-01T13:07:42Z"; empty for a time outside what the calendar functions handle.
 std::string isoTime(model::Time time);

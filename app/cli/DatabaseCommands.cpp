@@ -120,7 +120,7 @@ int create(Invocation& call)
     applySettings(settings, file->header);
     files::DatabaseFile db(path, std::move(file), std::nullopt);
     if (const auto name = o.value("name")) {
-        const model::Document document(db.file().document);
+        model::Document document(db.file().document);
         document.setMetaText("DatabaseName", *name);
     }
     // No stamp: the writer refuses to replace a file that appeared in the meantime.

@@ -141,7 +141,7 @@ struct Item {
     std::optional<model::Group> group;
 };
 
-Item resolveItem(const model::Document& document, std::string_view path)
+Item resolveItem(model::Document& document, std::string_view path)
 {
     if (!path.ends_with('/'))
         if (auto entry = findEntry(document, path))
@@ -155,7 +155,11 @@ int rm(Invocation& call)
     OpenDatabase db(call, pathArgument(args[0]));
     const auto item = resolveItem(db.document(), args[1]);
     const std::string shown = item.entry ? entryPath(*item.entry) : groupPath(*item.group);
-    const auto result = item.entry ? model::deleteEntry(*item.entry) : model::deleteGroup(*item.group);
+    const auto bin = model::findBin(db.document());
+    const bool isBin = item.group && bin && item.group->sameItem(*bin);
+    const auto result = item.entry ? model::deleteEntry(*item.entry)
+                        : isBin    ? model::emptyBin(db.document())
+                                   : model::deleteGroup(*item.group);
     if (const auto refusal = model::refusalText(result); !refusal.empty())
         throw Failure(std::string(refusal));
     db.save();
@@ -175,7 +179,6 @@ int mkdir(Invocation& call)
         if (g.name() == place.name)
             throw Failure("A group named " + place.name + " already exists there. Nothing was changed.");
     const auto group = db.document().newGroup(place.parent, place.name);
-    group.rename(place.name); // drops what XML cannot carry
     db.save();
     call.io.out << "Added group " << groupPath(group) << ".\n";
     return exitSuccess;
@@ -187,22 +190,35 @@ int mv(Invocation& call)
     OpenDatabase db(call, pathArgument(args[0]));
     const auto item = resolveItem(db.document(), args[1]);
     const auto target = resolveGroup(db.document(), args[2]);
-    bool moved = false;
+    const std::string path = item.entry ? entryPath(*item.entry) : groupPath(*item.group);
+    auto result = model::MoveResult::refused;
     if (item.entry) {
-        moved = model::moveEntry(*item.entry, target);
+        result = model::moveEntry(*item.entry, target);
     } else {
         if (!model::canMoveGroup(*item.group, target))
-            throw Failure(groupPath(*item.group) + " can't be moved into " +
+            throw Failure(path + " can't be moved into " +
                           (groupPath(target).empty() ? "the top group" : groupPath(target)) + ".");
         const auto parent = item.group->parent();
-        moved = !(parent && parent->sameItem(target)) && model::moveGroup(*item.group, target);
+        if (!(parent && parent->sameItem(target)))
+            result = model::moveGroup(*item.group, target);
     }
-    if (!moved) {
+    switch (result) {
+    case model::MoveResult::refused:
         call.io.out << "Nothing changed.\n";
         return exitSuccess;
+    case model::MoveResult::moved:
+        db.save();
+        call.io.out << "Moved " << path << ".\n";
+        return exitSuccess;
+    case model::MoveResult::movedToBin:
+        db.save();
+        call.io.out << model::movedToBinStatus << ": " << path << '\n';
+        return exitSuccess;
+    case model::MoveResult::deletedPermanently:
+        db.save();
+        call.io.out << "Deleted permanently: " << path << '\n';
+        return exitSuccess;
     }
-    db.save();
-    call.io.out << "Moved " << (item.entry ? entryPath(*item.entry) : groupPath(*item.group)) << ".\n";
     return exitSuccess;
 }
 

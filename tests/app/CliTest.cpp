@@ -386,6 +386,12 @@ TEST(Cli, editsKeepOneVersionPerCommandAndDeletesGoThroughTheRecycleBin)
     EXPECT_EQ(top.err, "The top-level group can't be deleted.\n");
     EXPECT_EQ(run({"ls", "-R", db}).out, "Recycle Bin/\n  Work/\n    Servers/\nSample\n");
     EXPECT_EQ(run({"search", db, "carol"}).out, "");
+    // Naming the bin empties it, and an empty bin is refused without writing the file.
+    EXPECT_EQ(run({"rm", db, "Recycle Bin/"}).out, "Deleted permanently: Recycle Bin\n");
+    const auto emptied = test::readFile(db);
+    const auto again = run({"rm", db, "Recycle Bin/"});
+    EXPECT_EQ(again.err, "The Recycle Bin is already empty.\n");
+    EXPECT_EQ(test::readFile(db), emptied);
     EXPECT_EQ(run({"show", db, "Nope"}).err, "Entry not found: Nope\n");
 }
 

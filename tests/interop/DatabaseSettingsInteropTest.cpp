@@ -65,7 +65,7 @@ TEST(DatabaseSettingsInterop, savedChangesOpenInKeepassxcWithTheNewParameters)
     };
     for (const auto& change : changes) {
         auto file = kdbx::KdbxFile::open(test::readFile(path), credentials);
-        const model::Document document(file->document);
+        model::Document document(file->document);
         auto form = SettingsForm::load(file->header, document, preferences);
         form.cipher = change.cipher;
         form.kdf = change.kdf;

@@ -29,7 +29,7 @@ namespace {
 const test::PeerCredentials peer; // the helpers' default password
 const std::string password = *peer.password;
 
-std::optional<model::Entry> entryTitled(const model::Document& doc, std::string_view title)
+std::optional<model::Entry> entryTitled(model::Document& doc, std::string_view title)
 {
     for (const auto& e : doc.topGroup()->allEntries())
         if (e.title() == title)
@@ -37,7 +37,7 @@ std::optional<model::Entry> entryTitled(const model::Document& doc, std::string_
     return std::nullopt;
 }
 
-std::optional<model::Group> groupNamed(const model::Document& doc, std::string_view name)
+std::optional<model::Group> groupNamed(model::Document& doc, std::string_view name)
 {
     for (const auto& g : doc.topGroup()->allGroups())
         if (g.name() == name)
@@ -114,7 +114,7 @@ TEST(ModelInterop, keepassxcSeesEditsHistoryAndUntouchedElements)
     ASSERT_EQ(decorated.exitCode, 0) << decorated.err;
 
     const auto file = kdbx::KdbxFile::open(test::readFile(db), test::passwordOnly(password));
-    const model::Document doc(file->document);
+    model::Document doc(file->document);
     auto mail = entryTitled(doc, "Mail");
     auto bank = entryTitled(doc, "Bank");
     auto stale = entryTitled(doc, "Stale");
@@ -125,7 +125,7 @@ TEST(ModelInterop, keepassxcSeesEditsHistoryAndUntouchedElements)
     EXPECT_TRUE(model::editField(*mail, "Password", "new-pw ✓"));
     EXPECT_FALSE(model::editField(*mail, "Password", "new-pw ✓"));
     doc.newEntry(*email, "Added ✓").setField("UserName", "dave", false);
-    EXPECT_TRUE(model::moveEntry(*bank, *email));
+    EXPECT_EQ(model::moveEntry(*bank, *email), model::MoveResult::moved);
     EXPECT_EQ(model::deleteEntry(*stale), model::DeleteResult::movedToBin);
     test::writeFile(db, file->save(test::passwordOnly(password)));
 
@@ -190,7 +190,7 @@ void deleteForGood(const test::TempDir& tmp, Deletion& out)
     std::filesystem::copy_file(out.db, out.older);
 
     const auto file = kdbx::KdbxFile::open(test::readFile(out.db), test::passwordOnly(password));
-    const model::Document doc(file->document);
+    model::Document doc(file->document);
     auto old = groupNamed(doc, "Old");
     auto delta = entryTitled(doc, "Delta");
     ASSERT_TRUE(old && delta);

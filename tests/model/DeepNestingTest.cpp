@@ -66,7 +66,7 @@ TEST(DeepNesting, walksSearchAndDeletesWithoutRecursion)
 {
     pugi::xml_document xml;
     ASSERT_TRUE(xml.load_string(nestedXml().c_str(), pugi::parse_default | pugi::parse_ws_pcdata));
-    const Document doc(xml);
+    Document doc(xml);
     std::size_t found = 0, all = 0, groups = 0, records = 0;
     bool bottomFound = false;
     DeleteResult moved{}, emptied{};
@@ -112,7 +112,7 @@ TEST(DeepNesting, editsCopyAndRemoveDeepElementsWithoutRecursion)
 {
     pugi::xml_document xml;
     ASSERT_TRUE(xml.load_string(deepEntryXml().c_str(), pugi::parse_default | pugi::parse_ws_pcdata));
-    const Document doc(xml);
+    Document doc(xml);
     const Entry entry = *doc.findEntry(uuidText(2));
     bool restored = false;
     onSmallStack([&] {

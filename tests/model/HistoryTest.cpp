@@ -105,4 +105,20 @@ TEST_F(HistoryTest, restoringKeepsIdentityAndAddsOneVersion)
     EXPECT_THAT(versionTitles(bank), ElementsAreArray({"Bank login"}));
 }
 
+
+// Text is compared as it would be stored: a paste that differs only by characters XML cannot carry
+// makes no version, moves no revision, and a new group's name is filtered where it is made.
+TEST_F(HistoryTest, textThatFilteringMakesEqualChangesNothing)
+{
+    const Entry mail = entry("mail");
+    const std::string before = serialise(xml);
+    const auto revision = doc().revision();
+    EXPECT_FALSE(editField(mail, "Title", std::string(mail.title()) + "\x01\x1f"));
+    EXPECT_FALSE(entry("bank").setField("URL", "https://bank.example\x0b", false));
+    EXPECT_FALSE(group("work").rename(std::string(group("work").name()) + "\x02"));
+    EXPECT_EQ(serialise(xml), before);
+    EXPECT_EQ(doc().revision(), revision);
+    EXPECT_EQ(doc().newGroup(group("work"), "Ops\x03").name(), "Ops");
+}
+
 } // namespace

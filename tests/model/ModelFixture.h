@@ -125,7 +125,7 @@ protected:
         document_ = std::make_unique<Document>(xml, [this] { return now; });
     }
 
-    const Document& doc() const { return *document_; }
+    Document& doc() const { return *document_; }
     Group group(std::string_view tag) const
     {
         auto g = doc().findGroup(uuidOf(tag));

@@ -38,14 +38,19 @@ TEST_F(MovesTest, refusedGroupMovesChangeNothing)
         {"top group into itself", top, top},
     };
     const std::string before = serialise(xml);
+    const auto revision = doc().revision();
     for (const auto& row : rows) {
         EXPECT_FALSE(canMoveGroup(row.group, row.target)) << row.name;
-        EXPECT_FALSE(moveGroup(row.group, row.target)) << row.name;
+        EXPECT_EQ(moveGroup(row.group, row.target), MoveResult::refused) << row.name;
         EXPECT_EQ(serialise(xml), before) << row.name;
     }
-    // A before sibling from elsewhere is refused as well.
-    EXPECT_FALSE(moveGroup(group("email"), group("work"), group("work")));
+    // A before sibling from elsewhere is refused as well, and so is a move or reorder to where it is.
+    EXPECT_EQ(moveGroup(group("email"), group("work"), group("work")), MoveResult::refused);
+    EXPECT_FALSE(reorder(group("email"), group("email").element().next_sibling("Group")
+                                             ? std::optional(doc().group(group("email").element().next_sibling("Group")))
+                                             : std::nullopt));
     EXPECT_EQ(serialise(xml), before);
+    EXPECT_EQ(doc().revision(), revision);
 }
 
 TEST_F(MovesTest, movesKeepIdentityAndStampLocation)
@@ -54,9 +59,9 @@ TEST_F(MovesTest, movesKeepIdentityAndStampLocation)
     const std::string uuid(mail.uuid());
     editField(mail, "Title", "Mailbox");
     advanceClock(30);
-    EXPECT_FALSE(moveEntry(mail, group("email"))); // already there
+    EXPECT_EQ(moveEntry(mail, group("email")), MoveResult::refused); // already there
     EXPECT_EQ(mail.locationChanged(), std::nullopt);
-    EXPECT_TRUE(moveEntry(mail, group("projects")));
+    EXPECT_EQ(moveEntry(mail, group("projects")), MoveResult::moved);
     EXPECT_EQ(mail.parent()->name(), "Projects");
     EXPECT_EQ(mail.uuid(), uuid);
     EXPECT_EQ(mail.history().size(), 1u);
@@ -65,11 +70,11 @@ TEST_F(MovesTest, movesKeepIdentityAndStampLocation)
 
     // A group goes ahead of the given sibling; within its own parent no LocationChanged is stamped.
     const Group top = *doc().topGroup();
-    EXPECT_TRUE(moveGroup(group("projects"), top, group("email")));
+    EXPECT_EQ(moveGroup(group("projects"), top, group("email")), MoveResult::moved);
     EXPECT_THAT(childNames(top), ElementsAre("Bank login", "Projects", "Email", "Work"));
     EXPECT_EQ(group("projects").locationChanged(), fixedTime(30));
     advanceClock(30);
-    EXPECT_TRUE(moveGroup(group("projects"), top));
+    EXPECT_EQ(moveGroup(group("projects"), top), MoveResult::moved);
     EXPECT_THAT(childNames(top), ElementsAre("Bank login", "Email", "Work", "Projects"));
     EXPECT_EQ(group("projects").locationChanged(), fixedTime(30));
 }
@@ -104,18 +109,26 @@ TEST_F(MovesTest, droppingOnTheBin)
     EXPECT_FALSE(canMoveGroup(bin, group("work")));   // the bin stays where it is
     EXPECT_TRUE(canMoveGroup(bin, *doc().topGroup())); // but can be reordered
 
-    EXPECT_TRUE(moveEntry(entry("mail"), bin));
+    EXPECT_FALSE(moveDeletesPermanently(entry("mail"), bin));
+    EXPECT_EQ(moveEntry(entry("mail"), bin), MoveResult::movedToBin);
     EXPECT_TRUE(isInsideBin(entry("mail")));
     EXPECT_EQ(entry("mail").previousParentGroup(), uuidOf("email"));
     // Moving within the bin never deletes.
     const Group sub = doc().newGroup(bin, "Sub");
-    EXPECT_TRUE(moveEntry(entry("mail"), sub));
-    EXPECT_TRUE(moveEntry(entry("mail"), bin));
+    EXPECT_EQ(moveEntry(entry("mail"), sub), MoveResult::moved);
+    EXPECT_EQ(moveEntry(entry("mail"), bin), MoveResult::moved);
     EXPECT_FALSE(doc().root().child("DeletedObjects"));
 
-    EXPECT_TRUE(moveGroup(group("work"), bin));
+    EXPECT_EQ(moveGroup(group("work"), bin), MoveResult::movedToBin);
     EXPECT_EQ(group("work").parent()->element(), bin.element());
     EXPECT_EQ(group("work").previousParentGroup(), uuidOf("root"));
+
+    // With the bin turned off, the same drop deletes for good, and says so before and after.
+    doc().setMetaText("RecycleBinEnabled", "False");
+    const Entry bank = entry("bank");
+    EXPECT_TRUE(moveDeletesPermanently(bank, bin));
+    EXPECT_EQ(moveEntry(bank, bin), MoveResult::deletedPermanently);
+    EXPECT_TRUE(doc().root().child("DeletedObjects"));
 }
 
 } // namespace

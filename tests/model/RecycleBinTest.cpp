@@ -97,7 +97,7 @@ TEST_F(RecycleBinTest, refusalsLeaveTheTreeAlone)
 {
     const Group bin = *findOrMakeBin(doc());
     const Group holder = doc().newGroup(group("work"), "Holder");
-    EXPECT_FALSE(moveGroup(bin, holder)); // the bin cannot be moved by a drop...
+    EXPECT_EQ(moveGroup(bin, holder), MoveResult::refused); // the bin cannot be moved by a drop...
     // ...but a file may still have it below another group.
     holder.element().append_move(bin.element());
     const std::string before = serialise(xml);

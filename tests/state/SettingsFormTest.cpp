@@ -53,7 +53,7 @@ TEST(SettingsForm, loadsWhatTheDatabaseAndPreferencesHold)
 {
     Store store;
     auto document = documentWithHistory("25");
-    const model::Document model(document);
+    model::Document model(document);
     auto form = SettingsForm::load(openedHeader(), model, store.prefs);
     EXPECT_EQ(form.cipher, SettingsForm::chaCha20);
     EXPECT_EQ(form.kdf, SettingsForm::argon2d);
@@ -74,7 +74,8 @@ TEST(SettingsForm, loadsWhatTheDatabaseAndPreferencesHold)
     store.prefs.setIdleLockMinutes(0);
     store.prefs.setReopenLastDatabase(false);
     auto everyVersion = documentWithHistory(nullptr);
-    form = SettingsForm::load(plain, model::Document(everyVersion), store.prefs);
+    model::Document everyVersionDocument(everyVersion);
+    form = SettingsForm::load(plain, everyVersionDocument, store.prefs);
     EXPECT_EQ(form.cipher, SettingsForm::aes256);
     EXPECT_EQ(form.kdf, SettingsForm::argon2id);
     EXPECT_TRUE(form.historyUnlimited);
@@ -136,7 +137,7 @@ TEST(SettingsForm, eachFieldFallsBackOrClamps)
         Store store;
         auto header = openedHeader();
         auto document = documentWithHistory("25");
-        const model::Document model(document);
+        model::Document model(document);
         auto form = SettingsForm::load(header, model, store.prefs);
         form.*row.field = QString::fromUtf16(row.text);
         ASSERT_TRUE(form.apply(header, model, store.prefs));
@@ -160,7 +161,7 @@ TEST(SettingsForm, applyWritesTheHeaderKeepsOtherParametersAndUnlimitedHistory)
     Store store;
     auto header = openedHeader();
     auto document = documentWithHistory("25");
-    const model::Document model(document);
+    model::Document model(document);
     auto form = SettingsForm::load(header, model, store.prefs);
     form.cipher = SettingsForm::aes256;
     form.kdf = SettingsForm::argon2id;
@@ -186,7 +187,8 @@ TEST(SettingsForm, applyWritesTheHeaderKeepsOtherParametersAndUnlimitedHistory)
     form.kdf = SettingsForm::argon2d;
     form.historyToggled(false);
     form.historyField = QStringLiteral("5");
-    ASSERT_TRUE(form.apply(header, model::Document(bare), store.prefs));
+    model::Document bareDocument(bare);
+    ASSERT_TRUE(form.apply(header, bareDocument, store.prefs));
     EXPECT_EQ(header.cipher, id(kdbx::cipherChaCha20));
     EXPECT_EQ(*header.kdf.get<std::vector<std::uint8_t>>("$UUID"), id(kdbx::kdfArgon2d));
     EXPECT_EQ(historyText(bare), "5");
@@ -206,7 +208,7 @@ TEST(SettingsForm, duressChangesWaitForApply)
     Store store;
     auto header = openedHeader();
     auto document = documentWithHistory("25");
-    const model::Document model(document);
+    model::Document model(document);
     auto form = SettingsForm::load(header, model, store.prefs);
     const auto secret = [](const char* text) { return kdbx::SecureBytes::fromText(text); };
 
