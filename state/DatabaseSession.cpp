@@ -1,0 +1,564 @@
+#include "state/DatabaseSession.h"
+
+#include "files/CanonicalPath.h"
+#include "model/Attachments.h"
+#include "model/History.h"
+#include "model/Nodes.h"
+
+#include <QThreadPool>
+
+#include <cstring>
+
+namespace quillon::state {
+namespace {
+
+bool isItem(pugi::xml_node node) noexcept
+{
+    return model::nodes::isNamed(node, "Entry") || model::nodes::isNamed(node, "Group");
+}
+
+ItemKind kindOf(pugi::xml_node node) noexcept
+{
+    return model::nodes::isNamed(node, "Group") ? ItemKind::group : ItemKind::entry;
+}
+
+int rowOf(pugi::xml_node element)
+{
+    int row = 0;
+    for (auto n = element.previous_sibling(element.name()); n; n = n.previous_sibling(element.name()))
+        ++row;
+    return row;
+}
+
+// The row an item of that name lands on when it goes in ahead of `before` (or last), counted beforehand.
+int rowBefore(pugi::xml_node parent, pugi::xml_node before, const char* name)
+{
+    int row = 0;
+    for (auto n = parent.first_child(); n && n != before; n = n.next_sibling())
+        if (model::nodes::isNamed(n, name))
+            ++row;
+    return row;
+}
+
+} // namespace
+
+// Turns the document's own account of each change into the session's signals, and hands it to the journal
+// of the command being recorded. Content changes are gathered and told once, before the next structural
+// change or at the end of the command, so one edit is one dataChanged.
+class DatabaseSession::Notifier final : public model::DocumentObserver {
+public:
+    explicit Notifier(DatabaseSession& session) : session_(session) {}
+
+    model::Journal* journal = nullptr;
+
+    void aboutToInsert(pugi::xml_node parent, pugi::xml_node before, pugi::xml_node prototype) override
+    {
+        if (journal)
+            journal->aboutToInsert(parent, before, prototype);
+        flush();
+        if (isItem(prototype))
+            Q_EMIT session_.itemAboutToBeInserted(parent, kindOf(prototype),
+                                                  rowBefore(parent, before, prototype.name()));
+    }
+    void inserted(pugi::xml_node element) override
+    {
+        if (journal)
+            journal->inserted(element);
+        if (isItem(element))
+            Q_EMIT session_.itemInserted(element, kindOf(element));
+        else
+            metaTouched_ = true;
+    }
+    void aboutToRemove(pugi::xml_node element) override
+    {
+        if (journal)
+            journal->aboutToRemove(element);
+        flush();
+        removing_ = isItem(element) ? std::optional(kindOf(element)) : std::nullopt;
+        if (removing_)
+            Q_EMIT session_.itemAboutToBeRemoved(element, *removing_, rowOf(element));
+    }
+    void removed(pugi::xml_node parent) override
+    {
+        if (journal)
+            journal->removed(parent);
+        if (removing_)
+            Q_EMIT session_.itemRemoved(parent, *removing_);
+        else
+            metaTouched_ = true;
+        removing_.reset();
+    }
+    void aboutToMove(pugi::xml_node element, pugi::xml_node newParent, pugi::xml_node before) override
+    {
+        if (journal)
+            journal->aboutToMove(element, newParent, before);
+        flush();
+        if (isItem(element))
+            Q_EMIT session_.itemAboutToBeMoved(element, kindOf(element), rowOf(element), newParent,
+                                               rowBefore(newParent, before, element.name()));
+    }
+    void moved(pugi::xml_node element, pugi::xml_node oldParent) override
+    {
+        if (journal)
+            journal->moved(element, oldParent);
+        if (isItem(element))
+            Q_EMIT session_.itemMoved(element, kindOf(element));
+    }
+    void aboutToChangeContent(pugi::xml_node element) override
+    {
+        if (journal)
+            journal->aboutToChangeContent(element);
+    }
+    void contentChanged(pugi::xml_node element) override
+    {
+        if (journal)
+            journal->contentChanged(element);
+        if (!isItem(element)) {
+            metaTouched_ = true;
+            return;
+        }
+        for (const auto n : changed_)
+            if (n == element)
+                return;
+        changed_.push_back(element);
+    }
+
+    void flush()
+    {
+        const auto changed = std::exchange(changed_, {});
+        for (const auto element : changed)
+            Q_EMIT session_.itemChanged(element, kindOf(element));
+        if (std::exchange(metaTouched_, false))
+            Q_EMIT session_.databaseChanged();
+    }
+    void forget() noexcept
+    {
+        changed_.clear();
+        metaTouched_ = false;
+    }
+    void touchDatabase() noexcept { metaTouched_ = true; }
+
+private:
+    DatabaseSession& session_;
+    std::vector<pugi::xml_node> changed_;
+    std::optional<ItemKind> removing_;
+    bool metaTouched_ = false;
+};
+
+DatabaseSession::DatabaseSession(SessionServices services, QObject* parent)
+    : QObject(parent), services_(std::move(services)), notifier_(std::make_unique<Notifier>(*this)),
+      receiver_(std::make_shared<QObject>())
+{
+    if (!services_.runInBackground)
+        services_.runInBackground = [](std::function<void()> job) { QThreadPool::globalInstance()->start(job); };
+    if (!services_.runBackups)
+        services_.runBackups = std::make_shared<files::PreSaveBackup>();
+    lastActivity_ = services_.clock();
+}
+
+DatabaseSession::~DatabaseSession()
+{
+    if (cancel_)
+        cancel_->store(true);
+    if (document_)
+        document_->setObserver(nullptr);
+    if (services_.openFiles)
+        services_.openFiles->release(owner_);
+}
+
+files::Owner DatabaseSession::openLocation(const std::filesystem::path& location)
+{
+    if (services_.openFiles) {
+        if (auto other = services_.openFiles->owner(location, owner_))
+            return other;
+        services_.openFiles->claim(location, owner_);
+    }
+    if (location_ && files::canonicalPath(*location_) != files::canonicalPath(location))
+        pinGate_.retire(); // a PIN belongs to one location
+    dropDocument();
+    location_ = location;
+    lockedSnapshot_.reset();
+    heldSnapshot_.reset();
+    isDecoy_ = false;
+    undo_.clear();
+    undo_.markSaved();
+    showUnlockScreen(UnlockSource::file, lockedTitle());
+    dirtyMaybeChanged();
+    Q_EMIT lockedChanged(true);
+    return {};
+}
+
+void DatabaseSession::adopt(std::optional<std::filesystem::path> location, std::unique_ptr<kdbx::KdbxFile> file,
+                            kdbx::Credentials credentials, std::optional<files::DiskStamp> stamp)
+{
+    if (location && services_.openFiles)
+        services_.openFiles->claim(*location, owner_);
+    location_ = std::move(location);
+    unlockSource_.reset();
+    auto database = std::make_unique<files::DatabaseFile>(location_.value_or(std::filesystem::path()),
+                                                          std::move(file), std::move(stamp));
+    attach(std::move(database), std::move(credentials));
+    undo_.clear();
+    if (location_)
+        undo_.markSaved();
+    else
+        undo_.markUnsaved();
+    Q_EMIT lockedChanged(false);
+    dirtyMaybeChanged();
+}
+
+void DatabaseSession::createNew(kdbx::Credentials credentials)
+{
+    adopt(std::nullopt, kdbx::KdbxFile::newDatabase(), std::move(credentials), std::nullopt);
+}
+
+QString DatabaseSession::displayName() const
+{
+    if (!location_)
+        return QStringLiteral("Untitled");
+    return QString::fromStdString(location_->filename().string());
+}
+
+const std::optional<files::DiskStamp>& DatabaseSession::stamp() const noexcept
+{
+    static const std::optional<files::DiskStamp> none;
+    return file_ ? file_->stamp() : none;
+}
+
+void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials)
+{
+    dropDocument();
+    file_ = std::move(file);
+    credentials_ = std::move(credentials);
+    document_ = std::make_unique<model::Document>(file_->file().document, services_.clock);
+    document_->setObserver(notifier_.get());
+    searchIndex_ = std::make_unique<model::SearchIndex>(*document_);
+    Q_EMIT documentReset();
+}
+
+void DatabaseSession::dropDocument()
+{
+    const bool had = document_ != nullptr;
+    notifier_->forget();
+    if (searchIndex_)
+        searchIndex_->clear();
+    searchIndex_.reset();
+    if (document_)
+        document_->setObserver(nullptr);
+    document_.reset();
+    file_.reset();
+    credentials_.reset();
+    if (had)
+        Q_EMIT documentReset();
+}
+
+void DatabaseSession::dirtyMaybeChanged()
+{
+    const bool dirty = isDirty();
+    if (dirty != lastDirty_) {
+        lastDirty_ = dirty;
+        Q_EMIT dirtyChanged(dirty);
+    }
+}
+
+template <class Change>
+auto DatabaseSession::perform(const QString& text, Change&& change)
+{
+    auto command = std::make_unique<Command>(text);
+    notifier_->journal = &command->journal();
+    try {
+        auto result = change(*command);
+        notifier_->journal = nullptr;
+        command->journal().finish();
+        notifier_->flush();
+        if (!command->empty()) {
+            undo_.push(std::move(command));
+            Q_EMIT undoStateChanged();
+            dirtyMaybeChanged();
+        }
+        return result;
+    } catch (...) {
+        // Whatever was done is taken back, so a failure leaves the database as it was.
+        notifier_->journal = nullptr;
+        command->journal().finish();
+        command->undo(*document_);
+        notifier_->flush();
+        throw;
+    }
+}
+
+bool DatabaseSession::editField(const model::Entry& entry, std::string_view name, std::string_view text)
+{
+    return perform(QStringLiteral("Edit"), [&](Command&) { return model::editField(entry, name, text); });
+}
+
+bool DatabaseSession::setField(const model::Entry& entry, std::string_view name, std::string_view text,
+                               bool isProtected)
+{
+    const auto current = entry.field(name);
+    if (current && model::nodes::sameText(*current, text) && entry.isFieldProtected(name) == isProtected)
+        return false;
+    return perform(QStringLiteral("Edit Field"), [&](Command&) {
+        model::snapshot(entry);
+        return entry.setField(name, text, isProtected);
+    });
+}
+
+bool DatabaseSession::renameField(const model::Entry& entry, std::string_view from, std::string_view to)
+{
+    const auto value = entry.field(from);
+    if (!value || from == to || entry.field(to) || model::isStandardField(from) || model::isStandardField(to))
+        return false;
+    const auto text = kdbx::SecureBytes::fromText(*value); // copied before the element it lives in goes
+    const bool isProtected = entry.isFieldProtected(from);
+    return perform(QStringLiteral("Rename Field"), [&](Command&) {
+        model::snapshot(entry);
+        entry.removeField(from);
+        return entry.setField(to, text.view(), isProtected);
+    });
+}
+
+bool DatabaseSession::removeField(const model::Entry& entry, std::string_view name)
+{
+    if (!entry.field(name))
+        return false;
+    return perform(QStringLiteral("Remove Field"), [&](Command&) {
+        model::snapshot(entry);
+        return entry.removeField(name);
+    });
+}
+
+bool DatabaseSession::setExpiry(const model::Entry& entry, std::optional<model::Time> when)
+{
+    if (entry.expiry() == when || !entry.element().child("Times"))
+        return false;
+    return perform(QStringLiteral("Change Expiry"), [&](Command&) {
+        model::snapshot(entry);
+        return entry.setExpiry(when);
+    });
+}
+
+bool DatabaseSession::addAttachment(const model::Entry& entry, std::string_view name, kdbx::SecureBytes content)
+{
+    if (name.empty())
+        return false;
+    return perform(QStringLiteral("Add Attachment"), [&](Command& command) {
+        auto& pool = kdbx().inner.binaries;
+        std::optional<std::size_t> index;
+        for (std::size_t i = 0; i < pool.size() && !index; ++i)
+            if (pool[i].data.size() == content.size() &&
+                (content.size() == 0 || std::memcmp(pool[i].data.data(), content.data(), content.size()) == 0))
+                index = i;
+        if (index && model::attachmentRef(entry, name) == index)
+            return false;
+        if (!index) {
+            // Entries and their history versions that hold the same file share one pool entry.
+            pool.push_back({0, std::move(content)});
+            index = pool.size() - 1;
+            auto kept = std::make_shared<kdbx::InnerBinary>();
+            command.addStep(
+                [this, kept] {
+                    *kept = std::move(kdbx().inner.binaries.back());
+                    kdbx().inner.binaries.pop_back();
+                },
+                [this, kept] { kdbx().inner.binaries.push_back(std::move(*kept)); });
+        }
+        model::snapshot(entry);
+        model::setAttachment(entry, name, *index);
+        return true;
+    });
+}
+
+bool DatabaseSession::removeAttachment(const model::Entry& entry, std::string_view name)
+{
+    if (!model::attachmentRef(entry, name))
+        return false;
+    // The pool entry stays: the history version made first still refers to it.
+    return perform(QStringLiteral("Remove Attachment"), [&](Command&) {
+        model::snapshot(entry);
+        return model::removeAttachment(entry, name);
+    });
+}
+
+std::optional<model::Entry> DatabaseSession::newEntry(const model::Group& parent, std::string_view title)
+{
+    return perform(QStringLiteral("New Entry"),
+                   [&](Command&) { return std::optional(document_->newEntry(parent, title)); });
+}
+
+std::optional<model::Group> DatabaseSession::newGroup(const model::Group& parent, std::string_view name)
+{
+    return perform(QStringLiteral("New Group"),
+                   [&](Command&) { return std::optional(document_->newGroup(parent, name)); });
+}
+
+bool DatabaseSession::renameGroup(const model::Group& group, std::string_view name)
+{
+    return perform(QStringLiteral("Rename Group"), [&](Command&) { return group.rename(name); });
+}
+
+model::MoveResult DatabaseSession::moveEntry(const model::Entry& entry, const model::Group& target)
+{
+    return perform(QStringLiteral("Move"), [&](Command&) { return model::moveEntry(entry, target); });
+}
+
+model::MoveResult DatabaseSession::moveGroup(const model::Group& group, const model::Group& target,
+                                             const std::optional<model::Group>& before)
+{
+    return perform(QStringLiteral("Move"), [&](Command&) { return model::moveGroup(group, target, before); });
+}
+
+bool DatabaseSession::reorder(const model::Entry& entry, const std::optional<model::Entry>& before)
+{
+    return perform(QStringLiteral("Reorder"), [&](Command&) { return model::reorder(entry, before); });
+}
+
+bool DatabaseSession::reorder(const model::Group& group, const std::optional<model::Group>& before)
+{
+    return perform(QStringLiteral("Reorder"), [&](Command&) { return model::reorder(group, before); });
+}
+
+model::DeleteResult DatabaseSession::deleteEntry(const model::Entry& entry)
+{
+    return perform(QStringLiteral("Delete"), [&](Command&) { return model::deleteEntry(entry); });
+}
+
+model::DeleteResult DatabaseSession::deleteGroup(const model::Group& group)
+{
+    return perform(QStringLiteral("Delete"), [&](Command&) { return model::deleteGroup(group); });
+}
+
+void DatabaseSession::deletePermanently(const model::Entry& entry)
+{
+    perform(QStringLiteral("Delete Permanently"), [&](Command&) {
+        model::deletePermanently(entry);
+        return true;
+    });
+}
+
+void DatabaseSession::deletePermanently(const model::Group& group)
+{
+    perform(QStringLiteral("Delete Permanently"), [&](Command&) {
+        model::deletePermanently(group);
+        return true;
+    });
+}
+
+model::DeleteResult DatabaseSession::emptyBin()
+{
+    return perform(QStringLiteral("Empty Recycle Bin"), [&](Command&) { return model::emptyBin(*document_); });
+}
+
+bool DatabaseSession::restore(const model::Entry& entry)
+{
+    return perform(QStringLiteral("Restore"), [&](Command&) { return model::restore(entry); });
+}
+
+bool DatabaseSession::restore(const model::Group& group)
+{
+    return perform(QStringLiteral("Restore"), [&](Command&) { return model::restore(group); });
+}
+
+bool DatabaseSession::restoreVersion(const model::Entry& entry, const model::Entry& version)
+{
+    return perform(QStringLiteral("Restore Version"), [&](Command&) {
+        model::restoreVersion(entry, version);
+        return true;
+    });
+}
+
+bool DatabaseSession::changeSettings(const QString& text,
+                                     const std::function<void(kdbx::OuterHeader&, model::Document&)>& change)
+{
+    return perform(text, [&](Command& command) {
+        auto before = std::make_shared<kdbx::OuterHeader>(kdbx().header);
+        change(kdbx().header, *document_);
+        auto after = std::make_shared<kdbx::OuterHeader>(kdbx().header);
+        if (*after == *before)
+            return !command.journal().empty();
+        command.addStep(
+            [this, before] {
+                kdbx().header = *before;
+                notifier_->touchDatabase();
+            },
+            [this, after] {
+                kdbx().header = *after;
+                notifier_->touchDatabase();
+            });
+        notifier_->touchDatabase();
+        return true;
+    });
+}
+
+bool DatabaseSession::changeCredentials(kdbx::Credentials credentials)
+{
+    if (!credentials_)
+        return false;
+    return perform(QStringLiteral("Change Password"), [&](Command& command) {
+        auto before = std::make_shared<kdbx::Credentials>(credentials_->copy());
+        auto after = std::make_shared<kdbx::Credentials>(std::move(credentials));
+        credentials_ = after->copy();
+        command.addStep([this, before] { credentials_ = before->copy(); },
+                        [this, after] { credentials_ = after->copy(); });
+        notifier_->touchDatabase();
+        return true;
+    });
+}
+
+bool DatabaseSession::undo()
+{
+    if (!document_)
+        return false;
+    const bool done = undo_.undo(*document_);
+    notifier_->flush();
+    if (done) {
+        Q_EMIT undoStateChanged();
+        dirtyMaybeChanged();
+    }
+    return done;
+}
+
+bool DatabaseSession::redo()
+{
+    if (!document_)
+        return false;
+    const bool done = undo_.redo(*document_);
+    notifier_->flush();
+    if (done) {
+        Q_EMIT undoStateChanged();
+        dirtyMaybeChanged();
+    }
+    return done;
+}
+
+files::PreSaveBackup::Outcome DatabaseSession::save()
+{
+    if (!location_)
+        throw std::logic_error("a database without a location is saved with saveTo");
+    return saveTo(*location_, stamp());
+}
+
+files::PreSaveBackup::Outcome DatabaseSession::saveTo(const std::filesystem::path& location,
+                                                      const std::optional<files::DiskStamp>& expected)
+{
+    if (!file_ || !credentials_)
+        throw std::logic_error("nothing to save");
+    files::BackupSetting setting;
+    setting.backups = isDecoy_ ? nullptr : services_.backups; // a decoy never shows or makes backups
+    setting.backUpBeforeSaving = services_.backUpBeforeSaving();
+    const auto outcome = file_->saveTo(location, expected, *credentials_, setting);
+    afterSave(location);
+    return outcome;
+}
+
+void DatabaseSession::afterSave(const std::filesystem::path& location)
+{
+    location_ = location;
+    // A save replaces the file, and the inode it frees may go to the next new file: the claim follows.
+    if (services_.openFiles)
+        services_.openFiles->claim(location, owner_);
+    undo_.markSaved();
+    dirtyMaybeChanged();
+}
+
+} // namespace quillon::state

@@ -1,0 +1,249 @@
+// state/DatabaseSession.h: one open database and everything a window holds for it apart from widgets.
+#pragma once
+
+#include "files/DatabaseFile.h"
+#include "files/OpenFiles.h"
+#include "kdbx/CompositeKey.h"
+#include "lock/DuressRules.h"
+#include "lock/PINGate.h"
+#include "lock/UnlockMode.h"
+#include "model/Document.h"
+#include "model/Entry.h"
+#include "model/Group.h"
+#include "model/Moves.h"
+#include "model/RecycleBin.h"
+#include "model/SearchIndex.h"
+#include "state/UndoStack.h"
+
+#include <QMetaType>
+#include <QObject>
+#include <QString>
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+Q_DECLARE_METATYPE(pugi::xml_node)
+
+namespace quillon::state {
+
+// What every session of the run shares, handed in by whoever makes the sessions.
+struct SessionServices {
+    // Main thread only. None: no registry (the command line holds one file for one command).
+    files::OpenFiles* openFiles = nullptr;
+    // The run's backups: the first save of each file in this run backs it up, whichever session saves it.
+    std::shared_ptr<files::PreSaveBackup> runBackups = std::make_shared<files::PreSaveBackup>();
+    // None: no backups at all.
+    const files::Backups* backups = nullptr;
+    // The preference, read at each save.
+    std::function<bool()> backUpBeforeSaving = [] { return true; };
+    // Whether a text is the duress password. Called on the unlock worker too, so it must not share state
+    // with the main thread (a Preferences of its own per call does).
+    lock::DuressTest isDuress;
+    // Runs decoding off the main thread; the default is Qt's global pool.
+    std::function<void(std::function<void()>)> runInBackground;
+    // The document's clock and the idle timer's.
+    std::function<kdbx::SystemTime()> clock = [] { return std::chrono::system_clock::now(); };
+};
+
+enum class ItemKind : std::uint8_t { entry, group };
+enum class UnlockSource : std::uint8_t { file, snapshot };
+
+// What the unlock screen draws; rebuilt by the session, read by the view on unlockScreenChanged.
+struct UnlockScreen {
+    QString title;
+    QString hint;
+    QString placeholder;
+    bool pinMode = false;
+    std::optional<std::filesystem::path> keyFile;
+    bool unlocking = false;
+};
+
+// One database: its location, credentials, decoded file and document, the stamp of the file as last read or
+// written, unsaved changes as an undo stack, its claim in the open-file registry, search, the PIN gate and,
+// while locked, the sealed snapshot of unsaved changes. Every change to the database is a command applied
+// here: it notifies precisely (items inserted, removed, moved, changed) and can be undone exactly.
+//
+// Main thread only; decoding runs in the background and comes back with a token, so a late result of an
+// abandoned attempt never lands.
+class DatabaseSession : public QObject {
+    Q_OBJECT
+
+public:
+    explicit DatabaseSession(SessionServices services, QObject* parent = nullptr);
+    ~DatabaseSession() override;
+
+    // --- Opening -----------------------------------------------------------------------------------------
+    // Claims the file and shows the unlock screen for it. The owner of another claim on the same file is
+    // returned instead, and nothing changes.
+    files::Owner openLocation(const std::filesystem::path& location);
+    // An already decoded database (the command line, tests, a new database). With no location it is
+    // unsaved until its first save; with one, the stamp is that of the bytes it was decoded from.
+    void adopt(std::optional<std::filesystem::path> location, std::unique_ptr<kdbx::KdbxFile> file,
+               kdbx::Credentials credentials, std::optional<files::DiskStamp> stamp);
+    // An empty database with the new-database template, unsaved.
+    void createNew(kdbx::Credentials credentials);
+
+    const std::optional<std::filesystem::path>& location() const noexcept { return location_; }
+    // The file name, or "Untitled" for a database that was never saved.
+    QString displayName() const;
+    const files::Owner& owner() const noexcept { return owner_; }
+
+    bool isOpen() const noexcept { return document_ != nullptr; }
+    bool isLocked() const noexcept { return unlockSource_.has_value(); }
+    bool isDecoy() const noexcept { return isDecoy_; }
+    bool isDirty() const noexcept { return !undo_.atSavedPoint(); }
+    // Valid while open.
+    model::Document& document() noexcept { return *document_; }
+    kdbx::KdbxFile& kdbx() noexcept { return file_->file(); }
+    const std::optional<kdbx::Credentials>& credentials() const noexcept { return credentials_; }
+    const std::optional<files::DiskStamp>& stamp() const noexcept;
+    model::SearchIndex& searchIndex() noexcept { return *searchIndex_; }
+    const lock::PINGate& pinGate() const noexcept { return pinGate_; }
+    bool hasLockedSnapshot() const noexcept { return lockedSnapshot_.has_value(); }
+    bool hasHeldSnapshot() const noexcept { return heldSnapshot_.has_value(); }
+
+    // --- Changing: each call is one command; false (and no command) when nothing changed -----------------
+    bool editField(const model::Entry& entry, std::string_view name, std::string_view text);
+    // A custom field: added or rewritten, protected or not; the entry's present state goes to history first.
+    bool setField(const model::Entry& entry, std::string_view name, std::string_view text, bool isProtected);
+    bool renameField(const model::Entry& entry, std::string_view from, std::string_view to);
+    bool removeField(const model::Entry& entry, std::string_view name);
+    bool setExpiry(const model::Entry& entry, std::optional<model::Time> when);
+    // Replaces an attachment of the same name.
+    bool addAttachment(const model::Entry& entry, std::string_view name, kdbx::SecureBytes content);
+    bool removeAttachment(const model::Entry& entry, std::string_view name);
+    std::optional<model::Entry> newEntry(const model::Group& parent, std::string_view title);
+    std::optional<model::Group> newGroup(const model::Group& parent, std::string_view name);
+    bool renameGroup(const model::Group& group, std::string_view name);
+    model::MoveResult moveEntry(const model::Entry& entry, const model::Group& target);
+    model::MoveResult moveGroup(const model::Group& group, const model::Group& target,
+                                const std::optional<model::Group>& before = std::nullopt);
+    bool reorder(const model::Entry& entry, const std::optional<model::Entry>& before);
+    bool reorder(const model::Group& group, const std::optional<model::Group>& before);
+    model::DeleteResult deleteEntry(const model::Entry& entry);
+    model::DeleteResult deleteGroup(const model::Group& group);
+    void deletePermanently(const model::Entry& entry);
+    void deletePermanently(const model::Group& group);
+    model::DeleteResult emptyBin();
+    bool restore(const model::Entry& entry);
+    bool restore(const model::Group& group);
+    bool restoreVersion(const model::Entry& entry, const model::Entry& version);
+    // The outer header's settings and the document's, changed together by the caller's function.
+    bool changeSettings(const QString& text, const std::function<void(kdbx::OuterHeader&, model::Document&)>& change);
+    bool changeCredentials(kdbx::Credentials credentials);
+
+    const Command* nextUndo() const noexcept { return undo_.nextUndo(); }
+    const Command* nextRedo() const noexcept { return undo_.nextRedo(); }
+    bool undo();
+    bool redo();
+
+    // --- Saving ------------------------------------------------------------------------------------------
+    // Writes through the conflict-checked writer, backing the file up first once per run; the saved point
+    // moves here. Throws what the writer throws, and then nothing has changed. Returns what became of the
+    // backup.
+    files::PreSaveBackup::Outcome save();
+    // Expecting the stamp given (the user agreed to overwrite, or Save As); the session then lives there.
+    files::PreSaveBackup::Outcome saveTo(const std::filesystem::path& location,
+                                         const std::optional<files::DiskStamp>& expected);
+
+    // --- Locking and unlocking ---------------------------------------------------------------------------
+    // Locks as the user asked or a trigger fired; does nothing when there is nothing to lock.
+    void lock();
+    const UnlockScreen& unlockScreen() const noexcept { return screen_; }
+    void setPendingKeyFile(std::optional<std::filesystem::path> keyFile);
+    void beginSettingPIN(kdbx::SecureBytes typed);
+    void attemptUnlock(kdbx::SecureBytes typed);
+    // Input was seen; the idle check counts from here.
+    void noteActivity();
+    kdbx::SystemTime lastActivity() const noexcept { return lastActivity_; }
+    // Locks when idleLockMinutes (1 or more) have passed since the last input.
+    void checkIdle(int idleLockMinutes);
+
+Q_SIGNALS:
+    // Rows count items of one kind among their parent's children of that kind, as item models count them.
+    void itemAboutToBeInserted(pugi::xml_node parent, quillon::state::ItemKind kind, int row);
+    void itemInserted(pugi::xml_node element, quillon::state::ItemKind kind);
+    void itemAboutToBeRemoved(pugi::xml_node element, quillon::state::ItemKind kind, int row);
+    void itemRemoved(pugi::xml_node parent, quillon::state::ItemKind kind);
+    // toRow counts as before the move, as QAbstractItemModel::beginMoveRows does.
+    void itemAboutToBeMoved(pugi::xml_node element, quillon::state::ItemKind kind, int fromRow,
+                            pugi::xml_node newParent, int toRow);
+    void itemMoved(pugi::xml_node element, quillon::state::ItemKind kind);
+    void itemChanged(pugi::xml_node element, quillon::state::ItemKind kind);
+    // Meta, the deletion records, the outer header or the credentials changed.
+    void databaseChanged();
+    // The document was replaced or dropped as a whole (unlocked, locked).
+    void documentReset();
+    void dirtyChanged(bool dirty);
+    void undoStateChanged();
+    void lockedChanged(bool locked);
+    void unlockScreenChanged();
+    // The unlock field: empty it, shake it for a wrong password.
+    void clearField();
+    void shake();
+    // A warning alert with one "OK" button.
+    void alert(const QString& message);
+    // The clipboard is to be cleared if it still holds what this application put there.
+    void clipboardClearRequested();
+    // The real database opened from its file: the window adds it to the recent list and remembers the key
+    // file used (unlockScreen().keyFile).
+    void unlockedFromFile();
+
+private:
+    class Notifier;
+    friend class Notifier;
+    struct AttemptResult;
+
+    template <class Change>
+    auto perform(const QString& text, Change&& change);
+    void attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials);
+    void dropDocument();
+    void dirtyMaybeChanged();
+    void afterSave(const std::filesystem::path& location);
+
+    void lockToFile();
+    void lockWithSnapshot(std::vector<std::uint8_t> bytes);
+    void showUnlockScreen(UnlockSource source, QString title);
+    void fallBackToPassword(const QString& hint);
+    std::optional<kdbx::Credentials> credentialsFrom(kdbx::SecureBytes typed);
+    void runAttempt(lock::UnlockMode mode, kdbx::Credentials credentials, kdbx::SecureBytes typed);
+    void finishAttempt(std::uint64_t token, AttemptResult result);
+    QString idleHintFor(UnlockSource source) const;
+    QString lockedTitle() const;
+
+    SessionServices services_;
+    files::Owner owner_ = std::make_shared<int>(0);
+    std::optional<std::filesystem::path> location_;
+    std::optional<kdbx::Credentials> credentials_;
+    std::unique_ptr<files::DatabaseFile> file_;
+    std::unique_ptr<model::Document> document_;
+    std::unique_ptr<model::SearchIndex> searchIndex_;
+    std::unique_ptr<Notifier> notifier_;
+    UndoStack undo_;
+    bool lastDirty_ = false;
+    bool isDecoy_ = false;
+
+    std::optional<std::vector<std::uint8_t>> lockedSnapshot_;
+    // The stamp of the file as last read or written, kept while the changes are sealed.
+    std::optional<files::DiskStamp> keptStamp_;
+    std::optional<std::vector<std::uint8_t>> heldSnapshot_;
+    lock::PINGate pinGate_;
+    std::optional<kdbx::Credentials> passwordForNewPIN_;
+    std::optional<kdbx::SecureBytes> pendingPIN_;
+    std::optional<UnlockSource> unlockSource_;
+    lock::UnlockMode unlockMode_ = lock::UnlockMode::password;
+    std::uint64_t unlockToken_ = 0;
+    std::optional<kdbx::Credentials> attemptCredentials_;
+    std::shared_ptr<std::atomic<bool>> cancel_;
+    // Lets a result find its way back only while the session lives.
+    std::shared_ptr<QObject> receiver_;
+    QString idleHint_;
+    UnlockScreen screen_;
+    kdbx::SystemTime lastActivity_;
+};
+
+} // namespace quillon::state
