@@ -7,6 +7,7 @@
 
 #include <QThreadPool>
 
+#include <algorithm>
 #include <cstring>
 
 namespace quillon::state {
@@ -304,6 +305,29 @@ bool DatabaseSession::setField(const model::Entry& entry, std::string_view name,
     });
 }
 
+bool DatabaseSession::editFields(const model::Entry& entry, const std::vector<FieldEdit>& edits)
+{
+    const auto changes = [&](const FieldEdit& edit) {
+        const auto current = entry.field(edit.name);
+        if (!edit.text)
+            return current.has_value();
+        return !current || !model::nodes::sameText(*current, *edit.text) ||
+               entry.isFieldProtected(edit.name) != edit.isProtected;
+    };
+    if (std::none_of(edits.begin(), edits.end(), changes))
+        return false;
+    return perform(QStringLiteral("Edit"), [&](Command&) {
+        model::snapshot(entry);
+        for (const auto& edit : edits) {
+            if (edit.text)
+                entry.setField(edit.name, *edit.text, edit.isProtected);
+            else
+                entry.removeField(edit.name);
+        }
+        return true;
+    });
+}
+
 bool DatabaseSession::renameField(const model::Entry& entry, std::string_view from, std::string_view to)
 {
     const auto value = entry.field(from);
@@ -380,10 +404,16 @@ bool DatabaseSession::removeAttachment(const model::Entry& entry, std::string_vi
     });
 }
 
-std::optional<model::Entry> DatabaseSession::newEntry(const model::Group& parent, std::string_view title)
+std::optional<model::Entry> DatabaseSession::newEntry(const model::Group& parent, std::string_view title,
+                                                      const std::vector<FieldEdit>& fields)
 {
-    return perform(QStringLiteral("New Entry"),
-                   [&](Command&) { return std::optional(document_->newEntry(parent, title)); });
+    return perform(QStringLiteral("New Entry"), [&](Command&) {
+        const auto entry = document_->newEntry(parent, title);
+        for (const auto& f : fields)
+            if (f.text)
+                entry.setField(f.name, *f.text, f.isProtected);
+        return std::optional(entry);
+    });
 }
 
 std::optional<model::Group> DatabaseSession::newGroup(const model::Group& parent, std::string_view name)

@@ -50,6 +50,13 @@ struct SessionServices {
 };
 
 enum class ItemKind : std::uint8_t { entry, group };
+
+// One field of an entry edited at once with others: written with the protection given, or removed (no text).
+struct FieldEdit {
+    std::string_view name;
+    std::optional<std::string_view> text;
+    bool isProtected = false;
+};
 enum class UnlockSource : std::uint8_t { file, snapshot };
 
 // What the unlock screen draws; rebuilt by the session, read by the view on unlockScreenChanged.
@@ -110,13 +117,17 @@ public:
     bool editField(const model::Entry& entry, std::string_view name, std::string_view text);
     // A custom field: added or rewritten, protected or not; the entry's present state goes to history first.
     bool setField(const model::Entry& entry, std::string_view name, std::string_view text, bool isProtected);
+    // Several fields in one command, behind one history version; false when none would change.
+    bool editFields(const model::Entry& entry, const std::vector<FieldEdit>& edits);
     bool renameField(const model::Entry& entry, std::string_view from, std::string_view to);
     bool removeField(const model::Entry& entry, std::string_view name);
     bool setExpiry(const model::Entry& entry, std::optional<model::Time> when);
     // Replaces an attachment of the same name.
     bool addAttachment(const model::Entry& entry, std::string_view name, kdbx::SecureBytes content);
     bool removeAttachment(const model::Entry& entry, std::string_view name);
-    std::optional<model::Entry> newEntry(const model::Group& parent, std::string_view title);
+    // With the fields given filled in as part of the same command.
+    std::optional<model::Entry> newEntry(const model::Group& parent, std::string_view title,
+                                         const std::vector<FieldEdit>& fields = {});
     std::optional<model::Group> newGroup(const model::Group& parent, std::string_view name);
     bool renameGroup(const model::Group& group, std::string_view name);
     model::MoveResult moveEntry(const model::Entry& entry, const model::Group& target);

@@ -2,7 +2,6 @@
 #include "app/FileBytes.h"
 #include "app/cli/Database.h"
 #include "files/SafeWrite.h"
-#include "model/History.h"
 
 #include <cstring>
 
@@ -15,19 +14,6 @@ pugi::xml_node attachmentNamed(const model::Entry& entry, std::string_view name)
         if (name == b.child_value("Key"))
             return b;
     return {};
-}
-
-// The pool index of a binary with exactly these bytes, adding one when there is none: entries (and their
-// history versions) that hold the same file share it, as other KDBX programs do.
-std::size_t poolIndex(kdbx::KdbxFile& file, kdbx::ByteView content)
-{
-    auto& pool = file.inner.binaries;
-    for (std::size_t i = 0; i < pool.size(); ++i)
-        if (pool[i].data.size() == content.size() &&
-            (content.empty() || std::memcmp(pool[i].data.data(), content.data(), content.size()) == 0))
-            return i;
-    pool.push_back({0, kdbx::SecureBytes::from(content)});
-    return pool.size() - 1;
 }
 
 int attachmentImport(Invocation& call)
@@ -47,32 +33,10 @@ int attachmentImport(Invocation& call)
     if (existing && !call.options.has("replace"))
         throw Failure(entryPath(entry) + " already has an attachment named " + name +
                       "; add --replace to replace it. Nothing was changed.");
-    model::snapshot(entry);
-    const auto index = poolIndex(db.kdbx(), secret.span());
-    if (!existing) {
-        // Attachments sit after the fields and before AutoType and History, where other programs put them.
-        pugi::xml_node before;
-        for (const auto child : entry.element().children())
-            if (std::strcmp(child.name(), "AutoType") == 0 || std::strcmp(child.name(), "History") == 0) {
-                before = child;
-                break;
-            }
-        existing = before ? entry.element().insert_child_before("Binary", before)
-                          : entry.element().append_child("Binary");
-        existing.append_child("Key").text().set(name.c_str());
-        existing.append_child("Value");
+    if (!db.session().addAttachment(entry, name, secret.copy())) {
+        call.io.out << "Nothing changed.\n";
+        return exitSuccess;
     }
-    auto value = existing.child("Value");
-    if (!value)
-        value = existing.append_child("Value");
-    for (auto a = value.first_attribute(); a; a = value.first_attribute())
-        value.remove_attribute(a);
-    value.remove_children();
-    if (value.text()) // text kept in the element itself
-        value.text().set("");
-    value.append_attribute("Ref").set_value(static_cast<unsigned long long>(index));
-    entry.touch();
-    db.document().changed();
     db.save();
     call.io.out << "Attached " << name << " to " << entryPath(entry) << ".\n";
     return exitSuccess;

@@ -9,14 +9,6 @@
 namespace quillon::cli {
 namespace {
 
-files::DatabaseFile openFile(Invocation& call, const std::filesystem::path& path, kdbx::Credentials& credentials)
-{
-    checkCredentialOptions(call);
-    auto read = files::readDiskBytes(path);
-    credentials = readCredentials(call);
-    return files::DatabaseFile::decode(path, std::move(read), credentials);
-}
-
 bool looksLikeUuid(std::string_view text)
 {
     if (text.size() != 24)
@@ -73,23 +65,33 @@ SignalsHeld::SignalsHeld()
 
 SignalsHeld::~SignalsHeld() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
 
-OpenDatabase::OpenDatabase(Invocation& call, const std::filesystem::path& path)
-    : call_(call), file_(openFile(call, path, credentials_)), document_(file_.file().document)
+OpenDatabase::OpenDatabase(Invocation& call, const std::filesystem::path& path) : call_(call)
 {
+    checkCredentialOptions(call);
+    auto read = files::readDiskBytes(path);
+    auto credentials = readCredentials(call);
+    auto file = kdbx::KdbxFile::open(std::move(read.bytes), credentials);
+    const auto& io = call.io;
+    if (!io.backupRoot.empty())
+        backups_.emplace(io.backupRoot);
+    state::SessionServices services;
+    services.backups = backups_ ? &*backups_ : nullptr;
+    services.backUpBeforeSaving = [&io] { return !io.backUpBeforeSaving || io.backUpBeforeSaving(); };
+    session_ = std::make_unique<state::DatabaseSession>(std::move(services));
+    session_->adopt(path, std::move(file), std::move(credentials), read.stamp);
 }
 
-void OpenDatabase::save(const kdbx::Credentials& credentials)
+void OpenDatabase::save()
 {
-    const auto& io = call_.io;
-    std::optional<files::Backups> backups;
-    if (!io.backupRoot.empty())
-        backups.emplace(io.backupRoot);
-    files::BackupSetting setting;
-    setting.backups = backups ? &*backups : nullptr;
-    setting.backUpBeforeSaving = backups && (!io.backUpBeforeSaving || io.backUpBeforeSaving());
     const SignalsHeld held;
-    if (file_.save(credentials, setting) == files::PreSaveBackup::Outcome::failed)
-        io.err << files::couldNotBackUpMessage << '\n';
+    if (session_->save() == files::PreSaveBackup::Outcome::failed)
+        call_.io.err << files::couldNotBackUpMessage << '\n';
+}
+
+void OpenDatabase::save(kdbx::Credentials credentials)
+{
+    session_->changeCredentials(std::move(credentials));
+    save();
 }
 
 std::vector<std::string> splitPath(std::string_view path)

@@ -2,13 +2,17 @@
 #pragma once
 
 #include "app/cli/Command.h"
+#include "files/Backups.h"
 #include "files/DatabaseFile.h"
 #include "model/Document.h"
 #include "model/Entry.h"
 #include "model/Group.h"
+#include "state/DatabaseSession.h"
 
 #include <csignal>
 #include <filesystem>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,29 +33,30 @@ private:
     sigset_t previous_;
 };
 
-// Reads the file (and its stamp) first, then asks for the credentials, then decodes. A command that writes
-// saves through the conflict-checked writer, so a change another program made since the read is never
-// overwritten.
+// A command's database: the file (and its stamp) is read first, then the credentials are asked for, then it is
+// decoded into a session, through which every change is made. A command that writes saves through the session's
+// conflict-checked writer, so a change another program made since the read is never overwritten.
 class OpenDatabase {
 public:
     OpenDatabase(Invocation& call, const std::filesystem::path& path);
     OpenDatabase(const OpenDatabase&) = delete;
     OpenDatabase& operator=(const OpenDatabase&) = delete;
 
-    files::DatabaseFile& file() noexcept { return file_; }
-    kdbx::KdbxFile& kdbx() noexcept { return file_.file(); }
-    model::Document& document() noexcept { return document_; }
-    const kdbx::Credentials& credentials() const noexcept { return credentials_; }
+    state::DatabaseSession& session() noexcept { return *session_; }
+    model::Document& document() noexcept { return session_->document(); }
+    kdbx::KdbxFile& kdbx() noexcept { return session_->kdbx(); }
+    const kdbx::Credentials& credentials() const noexcept { return *session_->credentials(); }
+    const std::filesystem::path& location() const noexcept { return *session_->location(); }
 
-    // With a backup of the file as it was, unless the user turned backups off.
-    void save() { save(credentials_); }
-    void save(const kdbx::Credentials& credentials);
+    // With a backup of the file as it was, unless the user turned backups off; signals wait meanwhile.
+    void save();
+    // New credentials first, then the save.
+    void save(kdbx::Credentials credentials);
 
 private:
     Invocation& call_;
-    kdbx::Credentials credentials_;
-    files::DatabaseFile file_;
-    model::Document document_;
+    std::optional<files::Backups> backups_;
+    std::unique_ptr<state::DatabaseSession> session_;
 };
 
 // Paths name groups and entries from the top group down, "Group/Sub/Title"; the top group is "" or "/",

@@ -162,17 +162,19 @@ int dbEdit(Invocation& call)
     if (!credentials.password && !credentials.keyFile)
         throw Failure("A database needs a password, a key file or both. Nothing was changed.");
 
-    applySettings(settings, db.kdbx().header);
-    if (historyMax)
-        db.document().setHistoryMaxItems(*historyMax);
-    db.save(credentials);
-    call.io.out << "Saved " << db.file().location().string() << ".\n";
+    db.session().changeSettings(QStringLiteral("Database Settings"), [&](kdbx::OuterHeader& header, model::Document& document) {
+        applySettings(settings, header);
+        if (historyMax)
+            document.setHistoryMaxItems(*historyMax);
+    });
+    db.save(std::move(credentials));
+    call.io.out << "Saved " << db.location().string() << ".\n";
 
     const bool keysChanged = o.has("set-password") || o.has("remove-password") || o.has("set-key-file") ||
                              o.has("remove-key-file");
     if (keysChanged && !call.io.backupRoot.empty()) {
         const files::Backups backups(call.io.backupRoot);
-        const auto database = files::canonicalPath(db.file().location());
+        const auto database = files::canonicalPath(db.location());
         if (const auto count = backups.listBackups(database).size(); count > 0)
             call.io.err << "Note: " << count << (count == 1 ? " earlier backup" : " earlier backups") << " in "
                         << backups.backupFolder(database).string() << " still open with the old credentials.\n";

@@ -52,18 +52,20 @@ int add(Invocation& call)
             throw Failure("An entry named " + place.name + " already exists in that group. Nothing was changed.");
     const auto password = newEntryPassword(call);
 
-    const auto entry = db.document().newEntry(place.parent, place.name);
     const auto& o = call.options;
-    if (const auto v = o.value("username"))
-        entry.setField("UserName", *v, false);
-    if (const auto v = o.value("url"))
-        entry.setField("URL", *v, false);
-    if (const auto v = o.value("notes"))
-        entry.setField("Notes", *v, false);
+    std::vector<state::FieldEdit> fields;
+    std::vector<std::string> texts; // keeps the option values alive while fields point into them
+    texts.reserve(3);
+    for (const auto& [option, field] : {std::pair("username", "UserName"), {"url", "URL"}, {"notes", "Notes"}})
+        if (const auto v = o.value(option)) {
+            texts.push_back(*v);
+            fields.push_back({field, texts.back(), false});
+        }
     if (password)
-        entry.setField("Password", password->view(), true);
+        fields.push_back({"Password", password->view(), true});
+    const auto entry = db.session().newEntry(place.parent, place.name, fields);
     db.save();
-    call.io.out << "Added entry " << entryPath(entry) << ".\n";
+    call.io.out << "Added entry " << entryPath(*entry) << ".\n";
     return exitSuccess;
 }
 
@@ -87,19 +89,9 @@ int edit(Invocation& call)
     if (o.has("otp"))
         otpText = readNewSecret(call, "One-time password URI or secret: ", "Repeat it: ");
 
-    // What would change, each field with the protection the entry editor gives it; the entry's present state
-    // goes into its history once for the whole command.
-    struct Change {
-        std::string_view field;
-        std::optional<std::string_view> text; // none: remove the field
-        bool isProtected = false;
-    };
-    std::vector<Change> changes;
-    auto wants = [&](std::string_view field, std::optional<std::string_view> text, bool isProtected) {
-        const auto current = entry.field(field);
-        if (text ? (current != text || entry.isFieldProtected(field) != isProtected) : current.has_value())
-            changes.push_back({field, text, isProtected});
-    };
+    // Each field with the protection the entry editor gives it; the entry's present state goes into its history
+    // once for the whole command.
+    std::vector<state::FieldEdit> changes;
     const std::pair<const char*, const char*> plain[] = {
         {"title", "Title"}, {"username", "UserName"}, {"url", "URL"}, {"notes", "Notes"}};
     std::vector<std::string> texts; // keeps the option values alive while changes point into them
@@ -107,26 +99,16 @@ int edit(Invocation& call)
     for (const auto& [option, field] : plain)
         if (const auto v = o.value(option)) {
             texts.push_back(*v);
-            wants(field, texts.back(), std::string_view(field) == "Notes" && entry.notesProtected());
+            changes.push_back({field, texts.back(), std::string_view(field) == "Notes" && entry.notesProtected()});
         }
     if (password)
-        wants("Password", password->view(), true);
+        changes.push_back({"Password", password->view(), true});
     std::optional<kdbx::SecureBytes> otpValue;
     if (otpText) {
         otpValue = tools::otpFieldValue(otpText->view());
-        wants("otp", otpValue ? std::optional(otpValue->view()) : std::nullopt, true);
+        changes.push_back({"otp", otpValue ? std::optional(otpValue->view()) : std::nullopt, true});
     }
-    const bool changed = !changes.empty();
-    if (changed) {
-        model::snapshot(entry);
-        for (const auto& c : changes) {
-            if (c.text)
-                entry.setField(c.field, *c.text, c.isProtected);
-            else
-                entry.removeField(c.field);
-        }
-    }
-    if (!changed) {
+    if (!db.session().editFields(entry, changes)) {
         call.io.out << "Nothing changed.\n";
         return exitSuccess;
     }
@@ -157,9 +139,10 @@ int rm(Invocation& call)
     const std::string shown = item.entry ? entryPath(*item.entry) : groupPath(*item.group);
     const auto bin = model::findBin(db.document());
     const bool isBin = item.group && bin && item.group->sameItem(*bin);
-    const auto result = item.entry ? model::deleteEntry(*item.entry)
-                        : isBin    ? model::emptyBin(db.document())
-                                   : model::deleteGroup(*item.group);
+    auto& session = db.session();
+    const auto result = item.entry ? session.deleteEntry(*item.entry)
+                        : isBin    ? session.emptyBin()
+                                   : session.deleteGroup(*item.group);
     if (const auto refusal = model::refusalText(result); !refusal.empty())
         throw Failure(std::string(refusal));
     db.save();
@@ -178,7 +161,7 @@ int mkdir(Invocation& call)
     for (const auto& g : place.parent.groups())
         if (g.name() == place.name)
             throw Failure("A group named " + place.name + " already exists there. Nothing was changed.");
-    const auto group = db.document().newGroup(place.parent, place.name);
+    const auto group = *db.session().newGroup(place.parent, place.name);
     db.save();
     call.io.out << "Added group " << groupPath(group) << ".\n";
     return exitSuccess;
@@ -193,14 +176,14 @@ int mv(Invocation& call)
     const std::string path = item.entry ? entryPath(*item.entry) : groupPath(*item.group);
     auto result = model::MoveResult::refused;
     if (item.entry) {
-        result = model::moveEntry(*item.entry, target);
+        result = db.session().moveEntry(*item.entry, target);
     } else {
         if (!model::canMoveGroup(*item.group, target))
             throw Failure(path + " can't be moved into " +
                           (groupPath(target).empty() ? "the top group" : groupPath(target)) + ".");
         const auto parent = item.group->parent();
         if (!(parent && parent->sameItem(target)))
-            result = model::moveGroup(*item.group, target);
+            result = db.session().moveGroup(*item.group, target);
     }
     switch (result) {
     case model::MoveResult::refused:
