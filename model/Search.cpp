@@ -92,7 +92,7 @@ void appendLowerCase(std::string_view utf8, kdbx::SecureBytes& out)
             continue;
         }
         char32_t c = 0;
-        const std::size_t n = detail::decodeUtf8(p, left, c);
+        const std::size_t n = kdbx::decodeUtf8(p, left, c);
         if (n == 0) {
             out.push_back(*p);
             ++p;
@@ -126,7 +126,7 @@ SearchQuery parseQuery(std::string_view text, SearchScope scope)
     std::size_t left = text.size();
     while (left > 0) {
         char32_t c = 0;
-        std::size_t n = detail::decodeUtf8(p, left, c);
+        std::size_t n = kdbx::decodeUtf8(p, left, c);
         if (n == 0) {
             n = 1;
             c = 0xFFFD;

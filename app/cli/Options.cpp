@@ -1,6 +1,6 @@
 #include "app/cli/Options.h"
 
-#include "tools/DecimalText.h"
+#include "kdbx/Encoding.h"
 
 #include <algorithm>
 
@@ -40,7 +40,7 @@ std::optional<std::int64_t> ParsedOptions::integer(std::string_view name, std::i
     const auto text = value(name);
     if (!text)
         return std::nullopt;
-    const auto number = tools::parseDecimal(*text);
+    const auto number = kdbx::parseDecimal(*text);
     if (!number || *number < low || *number > high)
         throw UsageError("--" + std::string(name) + " takes a whole number from " + std::to_string(low) + " to " +
                          std::to_string(high) + ".");
