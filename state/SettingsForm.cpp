@@ -26,8 +26,6 @@ QString settingsText::belowRecommended()
     return QStringLiteral("Below the recommended %1 MB.").arg(recommendedMemoryMiB);
 }
 
-QString settingsText::recommendedHint(int n) { return QStringLiteral("recommended %1").arg(n); }
-
 void DatabaseSettings::writeTo(kdbx::OuterHeader& header) const
 {
     const auto& cipherId = chaCha20 ? kdbx::cipherChaCha20 : kdbx::cipherAes256;

@@ -49,8 +49,7 @@ inline const QString duressNotSet = QStringLiteral("Not set");
 inline const QString duressSetOnApply = QStringLiteral("Set on Apply");
 inline const QString duressRemovedOnApply = QStringLiteral("Removed on Apply");
 inline const QString duressMismatch = QStringLiteral("The two didn't match. Nothing was changed.");
-QString belowRecommended();     // "Below the recommended 64 MB."
-QString recommendedHint(int n); // "recommended 64"
+QString belowRecommended(); // "Below the recommended 64 MB."
 } // namespace settingsText
 
 // What applying writes into the database. It changes the header and document in memory only; the file
