@@ -115,7 +115,7 @@ int attachmentExport(Invocation& call)
 
 } // namespace
 
-void addAttachmentCommands(std::vector<CommandSpec>& table)
+void addAttachmentCommands(std::vector<CommandDefinition>& table)
 {
     table.push_back({"attachment-import", "DATABASE ENTRY NAME FILE", "Attach a file to an entry under NAME.",
                      withOptions({credentialOptions(), {{"replace", 0, {}, "replace an attachment of that name"}}}),

@@ -17,10 +17,10 @@ namespace {
 constexpr std::string_view program = "quillon-cli";
 constexpr std::string_view version = "quillon-cli 0.1.0";
 
-const std::vector<CommandSpec>& commandTable()
+const std::vector<CommandDefinition>& commandTable()
 {
-    static const std::vector<CommandSpec> table = [] {
-        std::vector<CommandSpec> t;
+    static const std::vector<CommandDefinition> table = [] {
+        std::vector<CommandDefinition> t;
         addDatabaseInfoCommands(t);
         addBrowseCommands(t);
         addEditCommands(t);
@@ -47,7 +47,7 @@ void printOverview(std::ostream& out)
     out << "\nExit status: 0 on success, 1 on failure, 2 on a usage error.\n";
 }
 
-void printHelp(std::ostream& out, const CommandSpec& c)
+void printHelp(std::ostream& out, const CommandDefinition& c)
 {
     out << "usage: " << program << ' ' << c.name << " [options]";
     if (!c.arguments.empty())
@@ -70,7 +70,7 @@ void printHelp(std::ostream& out, const CommandSpec& c)
     line("-h, --help", "show this help");
 }
 
-int runCommand(const CommandSpec& command, std::span<const std::string> args, Io& io)
+int runCommand(const CommandDefinition& command, std::span<const std::string> args, Io& io)
 {
     try {
         Invocation call{io, parseOptions(args, command.options)};
@@ -106,9 +106,9 @@ int runCommand(const CommandSpec& command, std::span<const std::string> args, Io
 
 } // namespace
 
-const std::vector<OptionSpec>& credentialOptions()
+const std::vector<OptionDefinition>& credentialOptions()
 {
-    static const std::vector<OptionSpec> options = {
+    static const std::vector<OptionDefinition> options = {
         {"key-file", 'k', "PATH", "unlock with this key file (as well as the password, unless --no-password)"},
         {"no-password", 0, {}, "the database has no password (a key file alone unlocks it)"},
         {"password-stdin", 0, {}, "read passwords from standard input, one line each, instead of the terminal"},
@@ -116,9 +116,9 @@ const std::vector<OptionSpec>& credentialOptions()
     return options;
 }
 
-std::vector<OptionSpec> withOptions(std::initializer_list<std::vector<OptionSpec>> parts)
+std::vector<OptionDefinition> withOptions(std::initializer_list<std::vector<OptionDefinition>> parts)
 {
-    std::vector<OptionSpec> all;
+    std::vector<OptionDefinition> all;
     for (const auto& part : parts)
         all.insert(all.end(), part.begin(), part.end());
     return all;

@@ -10,9 +10,9 @@
 namespace quillon::cli {
 namespace {
 
-const std::vector<OptionSpec>& settingOptions()
+const std::vector<OptionDefinition>& settingOptions()
 {
-    static const std::vector<OptionSpec> options = {
+    static const std::vector<OptionDefinition> options = {
         {"cipher", 0, "CIPHER", "aes256 or chacha20"},
         {"kdf", 0, "KDF", "argon2id or argon2d"},
         {"memory", 0, "MiB", "Argon2 memory in MiB (1..8192)"},
@@ -195,7 +195,7 @@ int keyfileCreate(Invocation& call)
 
 } // namespace
 
-void addDatabaseCommands(std::vector<CommandSpec>& table)
+void addDatabaseCommands(std::vector<CommandDefinition>& table)
 {
     table.push_back({"create", "DATABASE", "Create a new, empty database.",
                      withOptions({credentialOptions(), settingOptions(),

@@ -152,7 +152,7 @@ int exportXml(Invocation& call)
 
 } // namespace
 
-void addDatabaseInfoCommands(std::vector<CommandSpec>& table)
+void addDatabaseInfoCommands(std::vector<CommandDefinition>& table)
 {
     table.push_back({"info", "DATABASE", "Show the outer header: format, cipher, key derivation, compression, size.",
                      {jsonOption}, 1, 1, info,
