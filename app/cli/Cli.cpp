@@ -1,8 +1,9 @@
 #include "app/cli/Cli.h"
 
 #include "app/CommandLine.h"
-#include "app/FileBytes.h"
 #include "app/cli/Command.h"
+#include "files/DatabaseFile.h"
+#include "files/SecretFile.h"
 #include "kdbx/Gzip.h"
 #include "kdbx/KdbxError.h"
 
@@ -156,9 +157,7 @@ kdbx::Credentials readCredentials(Invocation& call)
     kdbx::Credentials credentials;
     checkCredentialOptions(call);
     if (const auto keyFile = o.value("key-file")) {
-        auto bytes = app::readFileBytes(pathArgument(*keyFile));
-        credentials.keyFile = kdbx::SecureBytes::from(bytes);
-        kdbx::secureWipe(bytes.data(), bytes.size());
+        credentials.keyFile = files::readSecretFile(pathArgument(*keyFile));
     }
     if (o.has("no-password"))
         return credentials;
@@ -197,9 +196,9 @@ std::unique_ptr<kdbx::KdbxFile> openForReading(Invocation& call, const std::file
 {
     checkCredentialOptions(call);
     // Read before asking for the password, so a wrong path fails before anyone types.
-    auto bytes = app::readFileBytes(path);
+    auto read = files::readDiskBytes(path);
     const auto credentials = readCredentials(call);
-    return kdbx::KdbxFile::open(std::move(bytes), credentials);
+    return kdbx::KdbxFile::open(std::move(read.bytes), credentials);
 }
 
 void writeText(std::ostream& out, std::string_view text)

@@ -1,9 +1,9 @@
 // create, db-edit and keyfile-create: new databases, their credentials and settings, and new key files.
-#include "app/FileBytes.h"
 #include "app/cli/Database.h"
 #include "files/Backups.h"
 #include "files/CanonicalPath.h"
 #include "files/SafeWrite.h"
+#include "files/SecretFile.h"
 #include "kdbx/Identifiers.h"
 #include "kdbx/KeyFile.h"
 
@@ -89,10 +89,7 @@ void applySettings(const Settings& s, kdbx::OuterHeader& header)
 
 kdbx::SecureBytes readKeyFile(const std::string& path)
 {
-    auto bytes = app::readFileBytes(pathArgument(path));
-    auto key = kdbx::SecureBytes::from(bytes);
-    kdbx::secureWipe(bytes.data(), bytes.size());
-    return key;
+    return files::readSecretFile(pathArgument(path));
 }
 
 void refuseExisting(const std::filesystem::path& path)
