@@ -16,6 +16,7 @@
 #include <sys/prctl.h>
 #endif
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -138,13 +139,15 @@ bool writeAll(int fd, const std::uint8_t* data, std::size_t size) noexcept
 // libargon2's code and, on success, the key, wipes its copy and ends without running any destructor or
 // exit handler of the parent's. It inherits the parent's protection from core dumps (the dumpable flag
 // and RLIMIT_CORE survive a fork).
+// Every signal stays blocked, as forked, so none of the parent's handlers runs here; SIGKILL, which cannot
+// be blocked, is how it is stopped.
 [[noreturn]] void deriveInChild(const Argon2Inputs& in, std::span<std::uint8_t> out, pid_t parent, int answer) noexcept
 {
-    // The parent's signal handlers must never run here; SIGKILL, which cannot be blocked, is how it ends.
-    sigset_t all;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
 #ifdef __linux__
+    // Descriptors the parent holds (a pipe someone reads to its end, say) are not kept open by this child.
+    if (answer > 3)
+        (void)::close_range(3, static_cast<unsigned>(answer) - 1, 0);
+    (void)::close_range(static_cast<unsigned>(std::max(answer, 2)) + 1, ~0u, 0);
     // Dies with the thread that waits for it, should the whole program go first.
     (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent)
@@ -248,18 +251,24 @@ SecureBytes deriveCancellable(const Argon2Inputs& in, const std::atomic<bool>& c
     int fds[2];
     openPipe(fds);
     const pid_t parent = ::getpid();
+    // Blocked across the fork, so the child starts with every signal blocked; this thread's own mask is
+    // restored at once.
+    sigset_t all;
+    sigset_t previous;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &previous);
     const pid_t pid = ::fork();
-    if (pid < 0) {
-        const int error = errno;
-        ::close(fds[0]);
-        ::close(fds[1]);
-        throw childFailure(error);
-    }
+    const int forkError = errno;
     if (pid == 0) {
         ::close(fds[0]);
         deriveInChild(in, out.span(), parent, fds[1]);
     }
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     ::close(fds[1]);
+    if (pid < 0) {
+        ::close(fds[0]);
+        throw childFailure(forkError);
+    }
     Child child(pid, fds[0]);
 
     std::uint8_t codeBytes[sizeof(std::int32_t)]{};
