@@ -1,6 +1,6 @@
 #include "app/VerifyReport.h"
 
-#include "app/FileBytes.h"
+#include "files/DatabaseFile.h"
 #include "kdbx/KdbxFile.h"
 
 #include <algorithm>
@@ -138,7 +138,7 @@ int reportRoundTrip(const pugi::xml_document& first, const pugi::xml_document& s
 int runVerify(const std::filesystem::path& path, const kdbx::SecureBytes& password, std::ostream& out)
 {
     try {
-        const std::vector<std::uint8_t> bytes = readFileBytes(path);
+        const std::vector<std::uint8_t> bytes = files::readDiskBytes(path).bytes;
         kdbx::Credentials credentials;
         credentials.password = password.copy();
 

@@ -126,9 +126,18 @@ int lstat(const std::filesystem::path& path, struct ::stat& out)
     return allowed(Call::lstat) ? ::lstat(path.c_str(), &out) : -1;
 }
 
-int rename(const std::filesystem::path& from, const std::filesystem::path& to, unsigned flags)
+int rename(const std::filesystem::path& from, const std::filesystem::path& to, Rename how)
 {
-    return allowed(Call::rename) ? ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) : -1;
+    if (!allowed(Call::rename))
+        return -1;
+    if (how == Rename::replace)
+        return ::rename(from.c_str(), to.c_str());
+#ifdef __APPLE__
+    return ::renamex_np(from.c_str(), to.c_str(), how == Rename::exchange ? RENAME_SWAP : RENAME_EXCL);
+#else
+    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(),
+                       how == Rename::exchange ? RENAME_EXCHANGE : RENAME_NOREPLACE);
+#endif
 }
 
 int unlink(const std::filesystem::path& path) { return allowed(Call::unlink) ? ::unlink(path.c_str()) : -1; }

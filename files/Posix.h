@@ -59,8 +59,11 @@ int fstat(int fd, struct ::stat& out);
 int access(const std::filesystem::path& path, int mode);
 int stat(const std::filesystem::path& path, struct ::stat& out);
 int lstat(const std::filesystem::path& path, struct ::stat& out);
-// renameat2(2) flags: 0, RENAME_NOREPLACE or RENAME_EXCHANGE.
-int rename(const std::filesystem::path& from, const std::filesystem::path& to, unsigned flags = 0);
+// replace is rename(2). The others are renameat2(2) on Linux and renamex_np(3) on macOS: noReplace fails
+// with EEXIST when `to` exists, exchange swaps the two files atomically. A file system that cannot do
+// them fails with EINVAL, ENOSYS or ENOTSUP.
+enum class Rename : std::uint8_t { replace, noReplace, exchange };
+int rename(const std::filesystem::path& from, const std::filesystem::path& to, Rename how = Rename::replace);
 int unlink(const std::filesystem::path& path);
 int mkdir(const std::filesystem::path& path, mode_t mode);
 int rmdir(const std::filesystem::path& path);

@@ -153,7 +153,7 @@ void replace(Temporary& file, const fs::path& resolved, const fs::path& target,
     const std::string name = target.filename().string();
     if (!expected) {
         // Refuses a file that appeared since the comparison.
-        if (posix::rename(file.path(), resolved, RENAME_NOREPLACE) == 0) {
+        if (posix::rename(file.path(), resolved, posix::Rename::noReplace) == 0) {
             file.forget();
             return;
         }
@@ -164,7 +164,7 @@ void replace(Temporary& file, const fs::path& resolved, const fs::path& target,
     } else {
         // Swaps the files, then looks at the one taken out: a change that landed after the comparison is seen
         // there and swapped back, so it is never lost.
-        if (posix::rename(file.path(), resolved, RENAME_EXCHANGE) == 0) {
+        if (posix::rename(file.path(), resolved, posix::Rename::exchange) == 0) {
             std::error_code error;
             const auto displaced = DiskStamp::ofFile(file.path(), error);
             if (displaced == expected) {
@@ -172,7 +172,7 @@ void replace(Temporary& file, const fs::path& resolved, const fs::path& target,
                 file.forget();
                 return;
             }
-            if (posix::rename(file.path(), resolved, RENAME_EXCHANGE) != 0) {
+            if (posix::rename(file.path(), resolved, posix::Rename::exchange) != 0) {
                 // The other version now sits at the temporary name: keep it rather than delete the only copy.
                 file.forget();
                 throw failure("Could not put back the file changed by another app as", target);

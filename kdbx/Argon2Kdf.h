@@ -29,9 +29,10 @@ SecureBytes argon2Raw(Argon2Variant variant, ByteView password, ByteView salt, B
                       std::uint32_t lanes, std::uint32_t version, std::size_t outputLength = 32);
 
 // Runs the header's key-derivation function over the 32-byte composite key; throws KdbxError.
-// With a cancel flag, Argon2 runs on a thread of its own and the call throws Cancelled soon after the
-// flag is set (a hostile header may ask for 2^32-1 passes). The abandoned computation keeps its own
-// copies of the inputs, runs to its end in the background and wipes them.
+// With a cancel flag, Argon2 runs in a child process and the call throws Cancelled within moments of the
+// flag being set (a hostile header may ask for 2^32-1 passes): the child is killed and reaped before the
+// call returns, so an abandoned derivation uses no more CPU. Failing to start the child throws
+// std::system_error.
 SecureBytes transformKey(const SecureBytes& compositeKey, const VariantDictionary& kdf,
                          const std::atomic<bool>* cancel = nullptr);
 

@@ -58,9 +58,4 @@ inline std::uint32_t loadU32(std::span<const std::uint8_t> b) noexcept
            static_cast<std::uint32_t>(b[2]) << 16 | static_cast<std::uint32_t>(b[3]) << 24;
 }
 
-inline std::uint64_t loadU64(std::span<const std::uint8_t> b) noexcept
-{
-    return static_cast<std::uint64_t>(loadU32(b)) | static_cast<std::uint64_t>(loadU32(b.subspan(4))) << 32;
-}
-
 } // namespace quillon::kdbx

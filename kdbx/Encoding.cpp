@@ -1,6 +1,7 @@
 #include "kdbx/Encoding.h"
 
 #include <array>
+#include <limits>
 
 namespace quillon::kdbx {
 namespace {
@@ -158,42 +159,87 @@ std::string hexEncode(ByteView data, bool upperCase)
     return out;
 }
 
+std::optional<std::int64_t> parseDecimal(std::string_view text) noexcept
+{
+    bool negative = false;
+    if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
+        negative = text.front() == '-';
+        text.remove_prefix(1);
+    }
+    if (text.empty())
+        return std::nullopt;
+    // Accumulate as a negative number so that the most negative value is reachable.
+    constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
+    std::int64_t value = 0;
+    for (const char c : text) {
+        if (c < '0' || c > '9')
+            return std::nullopt;
+        const int digit = c - '0';
+        if (value < (lowest + digit) / 10)
+            return std::nullopt;
+        value = value * 10 - digit;
+    }
+    if (!negative) {
+        if (value == lowest)
+            return std::nullopt;
+        value = -value;
+    }
+    return value;
+}
+
+std::size_t decodeUtf8(const unsigned char* p, std::size_t left, char32_t& c) noexcept
+{
+    if (left == 0)
+        return 0;
+    const unsigned char lead = p[0];
+    if (lead < 0x80) {
+        c = lead;
+        return 1;
+    }
+    std::size_t n = 0;
+    char32_t cp = 0;
+    if ((lead & 0xE0) == 0xC0) {
+        n = 2;
+        cp = lead & 0x1Fu;
+    } else if ((lead & 0xF0) == 0xE0) {
+        n = 3;
+        cp = lead & 0x0Fu;
+    } else if ((lead & 0xF8) == 0xF0) {
+        n = 4;
+        cp = lead & 0x07u;
+    } else {
+        return 0;
+    }
+    if (n > left)
+        return 0;
+    for (std::size_t k = 1; k < n; ++k) {
+        if ((p[k] & 0xC0) != 0x80)
+            return 0;
+        cp = (cp << 6) | (p[k] & 0x3Fu);
+    }
+    static constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (cp < smallest[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))
+        return 0;
+    c = cp;
+    return n;
+}
+
 bool isValidUtf8(std::string_view text) noexcept
 {
     const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-    const auto* end = p + text.size();
-    while (p < end) {
-        const unsigned char c = *p;
-        if (c < 0x80) {
+    std::size_t left = text.size();
+    while (left > 0) {
+        if (*p < 0x80) {
             ++p;
+            --left;
             continue;
         }
-        std::size_t n = 0;
-        std::uint32_t cp = 0;
-        if ((c & 0xE0) == 0xC0) {
-            n = 1;
-            cp = c & 0x1F;
-        } else if ((c & 0xF0) == 0xE0) {
-            n = 2;
-            cp = c & 0x0F;
-        } else if ((c & 0xF8) == 0xF0) {
-            n = 3;
-            cp = c & 0x07;
-        } else {
+        char32_t c = 0;
+        const std::size_t n = decodeUtf8(p, left, c);
+        if (n == 0)
             return false;
-        }
-        if (static_cast<std::size_t>(end - p) <= n)
-            return false;
-        for (std::size_t k = 1; k <= n; ++k) {
-            if ((p[k] & 0xC0) != 0x80)
-                return false;
-            cp = (cp << 6) | (p[k] & 0x3F);
-        }
-        // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
-        if ((n == 1 && cp < 0x80) || (n == 2 && cp < 0x800) || (n == 3 && cp < 0x10000) || cp > 0x10FFFF ||
-            (cp >= 0xD800 && cp <= 0xDFFF))
-            return false;
-        p += n + 1;
+        p += n;
+        left -= n;
     }
     return true;
 }

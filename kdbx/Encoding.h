@@ -1,4 +1,4 @@
-// kdbx/Encoding.h: base64, hexadecimal and UTF-8 checks used across the codec and the model.
+// kdbx/Encoding.h: base64, hexadecimal, decimal and UTF-8 text, for every layer above the codec.
 #pragma once
 
 #include "kdbx/SecureBytes.h"
@@ -24,6 +24,13 @@ std::optional<std::vector<std::uint8_t>> hexDecode(std::string_view text);
 bool hexDecodeInto(std::string_view text, SecureBytes& out);
 std::string hexEncode(ByteView data, bool upperCase = false);
 
+// A whole number as typed or stored: an optional "+" or "-", then one or more ASCII digits and nothing
+// else (no white space); overflow gives nothing.
+std::optional<std::int64_t> parseDecimal(std::string_view text) noexcept;
+
+// Decodes the UTF-8 sequence at p (left bytes available) into c and returns its length; 0 when the bytes
+// there are not UTF-8 (overlong forms, surrogates and values past U+10FFFF are not) or left is 0.
+std::size_t decodeUtf8(const unsigned char* p, std::size_t left, char32_t& c) noexcept;
 bool isValidUtf8(std::string_view text) noexcept;
 
 } // namespace quillon::kdbx

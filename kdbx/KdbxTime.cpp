@@ -14,11 +14,6 @@ std::int64_t kdbxSeconds(SystemTime t) noexcept
     return static_cast<std::int64_t>(unix) + unixEpochInKdbxSeconds;
 }
 
-SystemTime fromKdbxSeconds(std::int64_t seconds) noexcept
-{
-    return SystemTime(std::chrono::seconds(seconds - unixEpochInKdbxSeconds));
-}
-
 std::string encodeKdbxTime(std::int64_t seconds)
 {
     std::array<std::uint8_t, 8> b{};

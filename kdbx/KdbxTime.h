@@ -16,7 +16,6 @@ using SystemTime = std::chrono::system_clock::time_point;
 
 // Whole seconds since 0001-01-01T00:00:00Z, truncated toward zero.
 std::int64_t kdbxSeconds(SystemTime t) noexcept;
-SystemTime fromKdbxSeconds(std::int64_t seconds) noexcept;
 
 // Base64 of the little-endian signed 64-bit count of seconds.
 std::string encodeKdbxTime(std::int64_t seconds);

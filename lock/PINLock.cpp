@@ -1,50 +1,12 @@
 #include "lock/PINLock.h"
 
 #include "kdbx/Crypto.h"
+#include "kdbx/Encoding.h"
 #include "kdbx/Random.h"
 
 namespace quillon::lock {
 
 namespace {
-
-struct CodePoint {
-    char32_t value = 0;
-    std::size_t length = 1;
-    bool valid = false;
-};
-
-CodePoint decode(std::string_view text, std::size_t at) noexcept
-{
-    const auto lead = static_cast<unsigned char>(text[at]);
-    std::size_t length = 0;
-    char32_t value = 0;
-    if (lead < 0x80)
-        return {lead, 1, true};
-    if ((lead & 0xE0) == 0xC0) {
-        length = 2;
-        value = lead & 0x1Fu;
-    } else if ((lead & 0xF0) == 0xE0) {
-        length = 3;
-        value = lead & 0x0Fu;
-    } else if ((lead & 0xF8) == 0xF0) {
-        length = 4;
-        value = lead & 0x07u;
-    } else {
-        return {};
-    }
-    if (length > text.size() - at)
-        return {};
-    for (std::size_t i = 1; i < length; ++i) {
-        const auto next = static_cast<unsigned char>(text[at + i]);
-        if ((next & 0xC0) != 0x80)
-            return {};
-        value = (value << 6) | (next & 0x3Fu);
-    }
-    static constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (value < smallest[length] || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF))
-        return {};
-    return {value, length, true};
-}
 
 bool in(char32_t c, char32_t first, char32_t last) noexcept { return c >= first && c <= last; }
 
@@ -70,15 +32,17 @@ std::size_t countUserCharacters(std::string_view utf8) noexcept
     bool unpairedFlag = false; // the open character is a single regional indicator
     char32_t previous = 0;
     for (std::size_t at = 0; at < utf8.size();) {
-        const CodePoint cp = decode(utf8, at);
-        at += cp.length;
-        if (!cp.valid) {
+        char32_t c = 0;
+        const std::size_t length =
+            kdbx::decodeUtf8(reinterpret_cast<const unsigned char*>(utf8.data()) + at, utf8.size() - at, c);
+        if (length == 0) {
+            ++at;
             ++count;
             started = joinNext = unpairedFlag = false;
             previous = 0;
             continue;
         }
-        const char32_t c = cp.value;
+        at += length;
         bool attaches = started && (extends(c) || c == zeroWidthJoiner || joinNext);
         if (started && previous == U'\r' && c == U'\n')
             attaches = true;

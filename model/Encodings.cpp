@@ -144,35 +144,12 @@ std::optional<bool> readLooseBool(std::string_view text) noexcept
 
 std::optional<std::int64_t> readDecimal(std::string_view s) noexcept
 {
-    const auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; };
+    const auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
     while (!s.empty() && isSpace(s.front()))
         s.remove_prefix(1);
     while (!s.empty() && isSpace(s.back()))
         s.remove_suffix(1);
-    bool negative = false;
-    if (!s.empty() && (s.front() == '-' || s.front() == '+')) {
-        negative = s.front() == '-';
-        s.remove_prefix(1);
-    }
-    if (s.empty())
-        return std::nullopt;
-    // Accumulate downwards so that the most negative value fits too.
-    std::int64_t v = 0;
-    constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
-    for (const char c : s) {
-        if (c < '0' || c > '9')
-            return std::nullopt;
-        const int d = c - '0';
-        if (v < (lowest + d) / 10)
-            return std::nullopt;
-        v = v * 10 - d;
-    }
-    if (!negative) {
-        if (v == lowest)
-            return std::nullopt;
-        v = -v;
-    }
-    return v;
+    return kdbx::parseDecimal(s);
 }
 
 bool isXmlChar(char32_t c) noexcept
@@ -180,45 +157,6 @@ bool isXmlChar(char32_t c) noexcept
     return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) || (c >= 0xE000 && c <= 0xFFFD) ||
            (c >= 0x10000 && c <= 0x10FFFF);
 }
-
-namespace detail {
-
-std::size_t decodeUtf8(const unsigned char* p, std::size_t left, char32_t& c) noexcept
-{
-    const unsigned char b = p[0];
-    if (b < 0x80) {
-        c = b;
-        return 1;
-    }
-    std::size_t n = 0;
-    char32_t cp = 0;
-    if ((b & 0xE0) == 0xC0) {
-        n = 2;
-        cp = b & 0x1F;
-    } else if ((b & 0xF0) == 0xE0) {
-        n = 3;
-        cp = b & 0x0F;
-    } else if ((b & 0xF8) == 0xF0) {
-        n = 4;
-        cp = b & 0x07;
-    } else {
-        return 0;
-    }
-    if (n > left)
-        return 0;
-    for (std::size_t k = 1; k < n; ++k) {
-        if ((p[k] & 0xC0) != 0x80)
-            return 0;
-        cp = (cp << 6) | (p[k] & 0x3F);
-    }
-    if ((n == 2 && cp < 0x80) || (n == 3 && cp < 0x800) || (n == 4 && cp < 0x10000) || cp > 0x10FFFF ||
-        (cp >= 0xD800 && cp <= 0xDFFF))
-        return 0;
-    c = cp;
-    return n;
-}
-
-} // namespace detail
 
 bool isXmlSafe(std::string_view utf8) noexcept
 {
@@ -231,7 +169,7 @@ bool isXmlSafe(std::string_view utf8) noexcept
             continue;
         }
         char32_t c = 0;
-        const std::size_t n = detail::decodeUtf8(p, left, c);
+        const std::size_t n = kdbx::decodeUtf8(p, left, c);
         if (n == 0 || !isXmlChar(c))
             return false;
         p += n;

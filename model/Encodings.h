@@ -1,6 +1,7 @@
 // model/Encodings.h: how the document writes UUIDs, times, booleans and text that XML can carry.
 #pragma once
 
+#include "kdbx/Encoding.h"
 #include "kdbx/KdbxTime.h"
 
 #include <chrono>
@@ -34,7 +35,7 @@ bool equalsIgnoringCase(std::string_view text, std::string_view lowerWord) noexc
 // "true" gives true, "false" false, in any case; anything else is no answer.
 std::optional<bool> readLooseBool(std::string_view text) noexcept;
 
-// Decimal integer after trimming white space and newlines; fails on anything else or overflow.
+// kdbx::parseDecimal after trimming the white space XML may put around a number.
 std::optional<std::int64_t> readDecimal(std::string_view text) noexcept;
 
 // XML 1.0 Char: tab, LF, CR, 0x20-0xD7FF, 0xE000-0xFFFD, 0x10000-0x10FFFF.
@@ -46,11 +47,6 @@ bool isXmlSafe(std::string_view utf8) noexcept;
 template <class Out>
 void appendXmlSafe(std::string_view utf8, Out& out);
 
-namespace detail {
-// Decodes one UTF-8 sequence at p; returns its length, or 0 when the bytes are not UTF-8.
-std::size_t decodeUtf8(const unsigned char* p, std::size_t left, char32_t& c) noexcept;
-} // namespace detail
-
 template <class Out>
 void appendXmlSafe(std::string_view utf8, Out& out)
 {
@@ -58,7 +54,7 @@ void appendXmlSafe(std::string_view utf8, Out& out)
     std::size_t left = utf8.size();
     while (left > 0) {
         char32_t c = 0;
-        const std::size_t n = detail::decodeUtf8(p, left, c);
+        const std::size_t n = kdbx::decodeUtf8(p, left, c);
         if (n == 0) {
             ++p;
             --left;

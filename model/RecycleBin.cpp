@@ -140,12 +140,6 @@ bool isInsideBin(const Group& group)
     return hasBinAbove(group.element(), group.document());
 }
 
-bool isBin(const Group& group)
-{
-    const auto bin = findBin(group.document());
-    return bin && bin->element() == group.element();
-}
-
 void moveIntoBin(pugi::xml_node item, const Group& bin)
 {
     auto& document = bin.document();

@@ -37,7 +37,6 @@ std::optional<Group> findBin(Document& document);
 std::optional<Group> findOrMakeBin(Document& document);
 bool isInsideBin(const Entry& entry);
 bool isInsideBin(const Group& group);
-bool isBin(const Group& group);
 
 // Moves to the bin, or deletes for good when the bin is off, cannot be made or already holds the entry.
 DeleteResult deleteEntry(const Entry& entry);

@@ -2,14 +2,11 @@
 
 #include "model/Nodes.h"
 #include "model/SearchText.h"
+#include "model/UnicodeCase.h"
 
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <cwctype>
-
-#include <locale.h>
-#include <wctype.h>
 
 namespace quillon::model {
 
@@ -21,13 +18,6 @@ std::optional<SearchScope> searchScopeFromInt(long long value) noexcept
 }
 
 namespace {
-
-// glibc's C.UTF-8 carries the full Unicode case tables and, unlike the global locale, is always there.
-locale_t caseLocale() noexcept
-{
-    static const locale_t loc = newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t(nullptr));
-    return loc;
-}
 
 void appendUtf8(char32_t c, kdbx::SecureBytes& out)
 {
@@ -52,8 +42,7 @@ bool isSpace(char32_t c) noexcept
 {
     if (c < 0x80)
         return c == ' ' || (c >= 0x09 && c <= 0x0D);
-    const auto loc = caseLocale();
-    return loc ? iswspace_l(static_cast<wint_t>(c), loc) != 0 : false;
+    return isUnicodeSpace(c);
 }
 
 } // namespace
@@ -92,16 +81,14 @@ void appendLowerCase(std::string_view utf8, kdbx::SecureBytes& out)
             continue;
         }
         char32_t c = 0;
-        const std::size_t n = detail::decodeUtf8(p, left, c);
+        const std::size_t n = kdbx::decodeUtf8(p, left, c);
         if (n == 0) {
             out.push_back(*p);
             ++p;
             --left;
             continue;
         }
-        const auto loc = caseLocale();
-        const auto lower = loc ? static_cast<char32_t>(towlower_l(static_cast<wint_t>(c), loc)) : c;
-        appendUtf8(lower, out);
+        appendUtf8(unicodeLowerCase(c), out);
         p += n;
         left -= n;
     }
@@ -126,7 +113,7 @@ SearchQuery parseQuery(std::string_view text, SearchScope scope)
     std::size_t left = text.size();
     while (left > 0) {
         char32_t c = 0;
-        std::size_t n = detail::decodeUtf8(p, left, c);
+        std::size_t n = kdbx::decodeUtf8(p, left, c);
         if (n == 0) {
             n = 1;
             c = 0xFFFD;

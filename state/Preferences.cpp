@@ -1,5 +1,6 @@
 #include "state/Preferences.h"
 
+#include "kdbx/Encoding.h"
 #include "lock/DuressRecord.h"
 #include "state/CanonicalText.h"
 
@@ -37,31 +38,9 @@ QByteArray asBytes(kdbx::ByteView bytes)
 
 std::optional<qint64> parseDecimal(QStringView text)
 {
-    qsizetype at = 0;
-    bool negative = false;
-    if (!text.isEmpty() && (text[0] == u'+' || text[0] == u'-')) {
-        negative = text[0] == u'-';
-        at = 1;
-    }
-    if (at == text.size())
-        return std::nullopt;
-    // Accumulate towards the negative side, which holds one more value than the positive.
-    constexpr qint64 lowest = std::numeric_limits<qint64>::min();
-    qint64 value = 0;
-    for (; at < text.size(); ++at) {
-        const char16_t c = text[at].unicode();
-        if (c < u'0' || c > u'9')
-            return std::nullopt;
-        const int digit = c - u'0';
-        if (value < (lowest + digit) / 10)
-            return std::nullopt;
-        value = value * 10 - digit;
-    }
-    if (negative)
-        return value;
-    if (value == lowest)
-        return std::nullopt;
-    return -value;
+    // Anything beyond ASCII becomes bytes that are not digits, so it is refused like any other character.
+    const QByteArray utf8 = text.toUtf8();
+    return kdbx::parseDecimal(std::string_view(utf8.constData(), static_cast<std::size_t>(utf8.size())));
 }
 
 std::optional<bool> readFlag(const QVariant& value)

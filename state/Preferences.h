@@ -86,7 +86,7 @@ private:
 
 // "true"/"false"/"1"/"0" in any case, or a stored boolean; anything else is none.
 std::optional<bool> readFlag(const QVariant& value);
-// A whole decimal number: optional sign, digits only, no overflow; anything else is none.
+// kdbx::parseDecimal over typed or stored text.
 std::optional<qint64> parseDecimal(QStringView text);
 
 } // namespace quillon::state

@@ -15,32 +15,12 @@ QString number(std::uint64_t value) { return QString::number(value); }
 
 } // namespace
 
-qint64 FieldRange::valueOf(QStringView text) const
-{
-    const auto parsed = parseDecimal(text);
-    return parsed ? std::clamp(*parsed, low, high) : fallback;
-}
-
 QString settingsText::belowRecommended()
 {
     return QStringLiteral("Below the recommended %1 MB.").arg(recommendedMemoryMiB);
 }
 
-QString settingsText::recommendedHint(int n) { return QStringLiteral("recommended %1").arg(n); }
-
-void DatabaseSettings::writeTo(kdbx::OuterHeader& header) const
-{
-    const auto& cipherId = chaCha20 ? kdbx::cipherChaCha20 : kdbx::cipherAes256;
-    const auto& kdfId = argon2d ? kdbx::kdfArgon2d : kdbx::kdfArgon2id;
-    header.cipher.assign(cipherId.begin(), cipherId.end());
-    auto& kdf = header.kdf.entries;
-    kdf["$UUID"] = std::vector<std::uint8_t>(kdfId.begin(), kdfId.end());
-    kdf["M"] = memoryBytes;
-    kdf["I"] = iterations;
-    kdf["P"] = parallelism;
-}
-
-SettingsForm SettingsForm::load(const kdbx::OuterHeader& header, model::Document& document,
+SettingsForm SettingsForm::load(const kdbx::OuterHeader& header, const model::Document& document,
                                 const Preferences& preferences)
 {
     SettingsForm form;
@@ -120,29 +100,25 @@ void SettingsForm::removeDuress()
     duressChange_ = DuressChange::remove;
 }
 
-DatabaseSettings SettingsForm::databaseSettings() const
+model::DatabaseSettings SettingsForm::databaseSettings() const
 {
-    DatabaseSettings out;
-    out.chaCha20 = cipher == chaCha20;
-    out.argon2d = kdf == argon2d;
-    out.memoryBytes = static_cast<std::uint64_t>(memoryRange.valueOf(memory)) << 20;
-    out.iterations = static_cast<std::uint64_t>(iterationsRange.valueOf(iterations));
-    out.parallelism = static_cast<std::uint32_t>(threadsRange.valueOf(parallelism));
-    if (historyUnlimited)
-        out.historyMaxItems = -1;
-    else if (const auto typed = parseDecimal(historyField))
-        out.historyMaxItems = std::clamp(*typed, historyLow, historyHigh);
+    model::DatabaseSettings out;
+    out.cipher = cipher == chaCha20 ? model::Cipher::chaCha20 : model::Cipher::aes256;
+    out.kdf = kdf == argon2d ? model::Kdf::argon2d : model::Kdf::argon2id;
+    out.memoryMiB = model::memoryMiBRange.valueOf(parseDecimal(memory));
+    out.iterations = model::iterationsRange.valueOf(parseDecimal(iterations));
+    out.threads = model::threadsRange.valueOf(parseDecimal(parallelism));
+    out.unlimitedHistory = historyUnlimited;
+    if (!historyUnlimited)
+        out.historyMaxItems = parseDecimal(historyField);
     return out;
 }
 
 bool SettingsForm::apply(kdbx::OuterHeader& header, model::Document& document, Preferences& preferences)
 {
-    const auto settings = databaseSettings();
-    settings.writeTo(header);
-    if (settings.historyMaxItems)
-        document.setHistoryMaxItems(*settings.historyMaxItems);
+    databaseSettings().applyTo(header, document);
 
-    preferences.setIdleLockMinutes(static_cast<int>(autoLockRange.valueOf(autoLock)));
+    preferences.setIdleLockMinutes(static_cast<int>(autoLockRange.valueOf(parseDecimal(autoLock))));
     preferences.setReopenLastDatabase(reopenLast);
 
     bool written = true;

@@ -3,6 +3,7 @@
 
 #include "kdbx/OuterHeader.h"
 #include "kdbx/SecureBytes.h"
+#include "model/DatabaseSettings.h"
 #include "model/Document.h"
 
 #include <QString>
@@ -15,22 +16,7 @@ namespace quillon::state {
 
 class Preferences;
 
-// A number field: text that does not parse as a decimal integer takes `fallback`, one that does is
-// clamped to [low, high].
-struct FieldRange {
-    qint64 fallback;
-    qint64 low;
-    qint64 high;
-    qint64 valueOf(QStringView text) const;
-};
-
-inline constexpr FieldRange memoryRange{64, 8, 8192};     // MiB
-inline constexpr FieldRange iterationsRange{10, 1, 1000}; // passes
-inline constexpr FieldRange threadsRange{2, 1, 64};       // lanes
-inline constexpr FieldRange autoLockRange{10, 0, 1440};   // minutes, 0 = never
-// No fallback: text that does not parse leaves the database's limit as it was.
-inline constexpr qint64 historyLow = 0;
-inline constexpr qint64 historyHigh = 100000;
+inline constexpr model::SettingRange autoLockRange{10, 0, 1440}; // minutes, 0 = never
 
 inline constexpr int recommendedMemoryMiB = 64;
 inline constexpr int recommendedIterations = 10;
@@ -49,23 +35,8 @@ inline const QString duressNotSet = QStringLiteral("Not set");
 inline const QString duressSetOnApply = QStringLiteral("Set on Apply");
 inline const QString duressRemovedOnApply = QStringLiteral("Removed on Apply");
 inline const QString duressMismatch = QStringLiteral("The two didn't match. Nothing was changed.");
-QString belowRecommended();     // "Below the recommended 64 MB."
-QString recommendedHint(int n); // "recommended 64"
+QString belowRecommended(); // "Below the recommended 64 MB."
 } // namespace settingsText
-
-// What applying writes into the database. It changes the header and document in memory only; the file
-// takes it with the next save, which also draws a fresh salt.
-struct DatabaseSettings {
-    bool chaCha20 = false;
-    bool argon2d = false;
-    std::uint64_t memoryBytes = std::uint64_t{recommendedMemoryMiB} << 20;
-    std::uint64_t iterations = recommendedIterations;
-    std::uint32_t parallelism = recommendedThreads;
-    std::optional<std::int64_t> historyMaxItems; // none: left as it was; -1: every version is kept
-
-    // Sets the cipher and the KDF's `$UUID`, `M`, `I` and `P`; every other KDF parameter stays.
-    void writeTo(kdbx::OuterHeader& header) const;
-};
 
 // The form's controls as a window would hold them: pop-up indices, check boxes and the typed texts.
 class SettingsForm {
@@ -85,7 +56,7 @@ public:
     // Empty when there is nothing to warn about; the row is hidden then.
     QString warning;
 
-    static SettingsForm load(const kdbx::OuterHeader& header, model::Document& document,
+    static SettingsForm load(const kdbx::OuterHeader& header, const model::Document& document,
                              const Preferences& preferences);
 
     // Recomputed whenever a field's text changes, and at load.
@@ -102,7 +73,9 @@ public:
     std::optional<QString> chooseDuress(kdbx::SecureBytes first, const kdbx::SecureBytes& second);
     void removeDuress();
 
-    DatabaseSettings databaseSettings() const;
+    // Every field set: a typed number that does not parse takes its fallback; a history limit that does not
+    // parse is left out, so the database keeps its own.
+    model::DatabaseSettings databaseSettings() const;
     // The database part goes to the header and the document's history limit, in memory; the preferences
     // are written at once. False when a duress change could not be written: the stored record is then
     // as it was.

@@ -1,6 +1,6 @@
 #include "tools/GeneratorPanel.h"
 
-#include "tools/DecimalText.h"
+#include "kdbx/Encoding.h"
 #include "tools/Passphrase.h"
 #include "tools/PasswordGenerator.h"
 
@@ -14,7 +14,7 @@ std::int64_t countFrom(std::string_view text)
 {
     if (text.empty())
         return 20;
-    return parseDecimal(text).value_or(20);
+    return kdbx::parseDecimal(text).value_or(20);
 }
 
 std::string strengthLine(std::int64_t count, const char* unit, double bits)

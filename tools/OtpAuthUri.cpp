@@ -1,10 +1,10 @@
 #include "tools/OtpAuthUri.h"
 
 #include "kdbx/Encoding.h"
-#include "tools/DecimalText.h"
 #include "tools/UriComponents.h"
 
 #include <array>
+#include <limits>
 #include <string>
 
 namespace quillon::tools {
@@ -66,7 +66,7 @@ std::optional<std::int64_t> numberItem(const Query& query, std::string_view key,
     const auto text = decodedText(*item->value);
     if (!text)
         return std::nullopt;
-    const auto number = parseDecimal(*text);
+    const auto number = kdbx::parseDecimal(*text);
     if (!number || *number < lowest || *number > highest)
         return std::nullopt;
     return number;

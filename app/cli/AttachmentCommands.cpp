@@ -1,7 +1,7 @@
 // attachment-import and attachment-export: files kept in an entry, stored in the inner header's pool.
-#include "app/FileBytes.h"
 #include "app/cli/Database.h"
 #include "files/SafeWrite.h"
+#include "files/SecretFile.h"
 
 #include <cstring>
 
@@ -23,9 +23,7 @@ int attachmentImport(Invocation& call)
     if (name.empty())
         throw UsageError("the attachment needs a name.");
     // The file is read first, so a wrong path fails before anyone types a password.
-    auto content = app::readFileBytes(pathArgument(args[3]));
-    const auto secret = kdbx::SecureBytes::from(content);
-    kdbx::secureWipe(content.data(), content.size());
+    const auto secret = files::readSecretFile(pathArgument(args[3]));
 
     OpenDatabase db(call, pathArgument(args[0]));
     const auto entry = resolveEntry(db.document(), args[1]);
@@ -79,7 +77,7 @@ int attachmentExport(Invocation& call)
 
 } // namespace
 
-void addAttachmentCommands(std::vector<CommandSpec>& table)
+void addAttachmentCommands(std::vector<CommandDefinition>& table)
 {
     table.push_back({"attachment-import", "DATABASE ENTRY NAME FILE", "Attach a file to an entry under NAME.",
                      withOptions({credentialOptions(), {{"replace", 0, {}, "replace an attachment of that name"}}}),

@@ -311,7 +311,7 @@ int totp(Invocation& call)
 
 } // namespace
 
-void addBrowseCommands(std::vector<CommandSpec>& table)
+void addBrowseCommands(std::vector<CommandDefinition>& table)
 {
     table.push_back({"ls", "DATABASE [GROUP]", "List a group's subgroups (ending in \"/\") and entries.",
                      withOptions({credentialOptions(),

@@ -1,8 +1,9 @@
 #include "app/cli/Cli.h"
 
 #include "app/CommandLine.h"
-#include "app/FileBytes.h"
 #include "app/cli/Command.h"
+#include "files/DatabaseFile.h"
+#include "files/SecretFile.h"
 #include "kdbx/Gzip.h"
 #include "kdbx/KdbxError.h"
 
@@ -17,10 +18,10 @@ namespace {
 constexpr std::string_view program = "quillon-cli";
 constexpr std::string_view version = "quillon-cli 0.1.0";
 
-const std::vector<CommandSpec>& commandTable()
+const std::vector<CommandDefinition>& commandTable()
 {
-    static const std::vector<CommandSpec> table = [] {
-        std::vector<CommandSpec> t;
+    static const std::vector<CommandDefinition> table = [] {
+        std::vector<CommandDefinition> t;
         addDatabaseInfoCommands(t);
         addBrowseCommands(t);
         addEditCommands(t);
@@ -47,7 +48,7 @@ void printOverview(std::ostream& out)
     out << "\nExit status: 0 on success, 1 on failure, 2 on a usage error.\n";
 }
 
-void printHelp(std::ostream& out, const CommandSpec& c)
+void printHelp(std::ostream& out, const CommandDefinition& c)
 {
     out << "usage: " << program << ' ' << c.name << " [options]";
     if (!c.arguments.empty())
@@ -70,7 +71,7 @@ void printHelp(std::ostream& out, const CommandSpec& c)
     line("-h, --help", "show this help");
 }
 
-int runCommand(const CommandSpec& command, std::span<const std::string> args, Io& io)
+int runCommand(const CommandDefinition& command, std::span<const std::string> args, Io& io)
 {
     try {
         Invocation call{io, parseOptions(args, command.options)};
@@ -106,9 +107,9 @@ int runCommand(const CommandSpec& command, std::span<const std::string> args, Io
 
 } // namespace
 
-const std::vector<OptionSpec>& credentialOptions()
+const std::vector<OptionDefinition>& credentialOptions()
 {
-    static const std::vector<OptionSpec> options = {
+    static const std::vector<OptionDefinition> options = {
         {"key-file", 'k', "PATH", "unlock with this key file (as well as the password, unless --no-password)"},
         {"no-password", 0, {}, "the database has no password (a key file alone unlocks it)"},
         {"password-stdin", 0, {}, "read passwords from standard input, one line each, instead of the terminal"},
@@ -116,9 +117,9 @@ const std::vector<OptionSpec>& credentialOptions()
     return options;
 }
 
-std::vector<OptionSpec> withOptions(std::initializer_list<std::vector<OptionSpec>> parts)
+std::vector<OptionDefinition> withOptions(std::initializer_list<std::vector<OptionDefinition>> parts)
 {
-    std::vector<OptionSpec> all;
+    std::vector<OptionDefinition> all;
     for (const auto& part : parts)
         all.insert(all.end(), part.begin(), part.end());
     return all;
@@ -156,9 +157,7 @@ kdbx::Credentials readCredentials(Invocation& call)
     kdbx::Credentials credentials;
     checkCredentialOptions(call);
     if (const auto keyFile = o.value("key-file")) {
-        auto bytes = app::readFileBytes(pathArgument(*keyFile));
-        credentials.keyFile = kdbx::SecureBytes::from(bytes);
-        kdbx::secureWipe(bytes.data(), bytes.size());
+        credentials.keyFile = files::readSecretFile(pathArgument(*keyFile));
     }
     if (o.has("no-password"))
         return credentials;
@@ -197,9 +196,9 @@ std::unique_ptr<kdbx::KdbxFile> openForReading(Invocation& call, const std::file
 {
     checkCredentialOptions(call);
     // Read before asking for the password, so a wrong path fails before anyone types.
-    auto bytes = app::readFileBytes(path);
+    auto read = files::readDiskBytes(path);
     const auto credentials = readCredentials(call);
-    return kdbx::KdbxFile::open(std::move(bytes), credentials);
+    return kdbx::KdbxFile::open(std::move(read.bytes), credentials);
 }
 
 void writeText(std::ostream& out, std::string_view text)

@@ -20,11 +20,11 @@ struct Invocation {
     ParsedOptions options;
 };
 
-struct CommandSpec {
+struct CommandDefinition {
     std::string_view name;
     std::string_view arguments; // as shown in the usage line: "DATABASE [GROUP]"
     std::string_view summary;
-    std::vector<OptionSpec> options;
+    std::vector<OptionDefinition> options;
     std::size_t minArguments = 0;
     std::size_t maxArguments = 0;
     int (*run)(Invocation&) = nullptr;
@@ -32,18 +32,18 @@ struct CommandSpec {
 };
 
 // The option sets most commands share.
-const std::vector<OptionSpec>& credentialOptions();
-inline constexpr OptionSpec jsonOption{"json", 0, {}, "machine-readable output (JSON, camelCase names)"};
+const std::vector<OptionDefinition>& credentialOptions();
+inline constexpr OptionDefinition jsonOption{"json", 0, {}, "machine-readable output (JSON, camelCase names)"};
 
-std::vector<OptionSpec> withOptions(std::initializer_list<std::vector<OptionSpec>> parts);
+std::vector<OptionDefinition> withOptions(std::initializer_list<std::vector<OptionDefinition>> parts);
 
 // Each file of commands adds its own.
-void addDatabaseInfoCommands(std::vector<CommandSpec>& table);
-void addGeneratorCommands(std::vector<CommandSpec>& table);
-void addBrowseCommands(std::vector<CommandSpec>& table);
-void addEditCommands(std::vector<CommandSpec>& table);
-void addDatabaseCommands(std::vector<CommandSpec>& table);
-void addAttachmentCommands(std::vector<CommandSpec>& table);
+void addDatabaseInfoCommands(std::vector<CommandDefinition>& table);
+void addGeneratorCommands(std::vector<CommandDefinition>& table);
+void addBrowseCommands(std::vector<CommandDefinition>& table);
+void addEditCommands(std::vector<CommandDefinition>& table);
+void addDatabaseCommands(std::vector<CommandDefinition>& table);
+void addAttachmentCommands(std::vector<CommandDefinition>& table);
 
 // One line of standard input as a password: up to "\n" (a "\r" before it is dropped) or the end of input.
 // An empty line, or no input at all, is an empty password, never "no password".

@@ -1,21 +1,21 @@
 // create, db-edit and keyfile-create: new databases, their credentials and settings, and new key files.
-#include "app/FileBytes.h"
 #include "app/cli/Database.h"
 #include "files/Backups.h"
 #include "files/CanonicalPath.h"
 #include "files/SafeWrite.h"
-#include "kdbx/Identifiers.h"
+#include "files/SecretFile.h"
 #include "kdbx/KeyFile.h"
+#include "model/DatabaseSettings.h"
 
 namespace quillon::cli {
 namespace {
 
-const std::vector<OptionSpec>& settingOptions()
+const std::vector<OptionDefinition>& settingOptions()
 {
-    static const std::vector<OptionSpec> options = {
+    static const std::vector<OptionDefinition> options = {
         {"cipher", 0, "CIPHER", "aes256 or chacha20"},
         {"kdf", 0, "KDF", "argon2id or argon2d"},
-        {"memory", 0, "MiB", "Argon2 memory in MiB (1..8192)"},
+        {"memory", 0, "MiB", "Argon2 memory in MiB (8..8192)"},
         {"iterations", 0, "N", "Argon2 passes (1..1000)"},
         {"parallelism", 0, "N", "Argon2 lanes (1..64)"},
     };
@@ -27,72 +27,45 @@ bool hasSettings(const ParsedOptions& o)
     return o.has("cipher") || o.has("kdf") || o.has("memory") || o.has("iterations") || o.has("parallelism");
 }
 
-// Checked before anything is read or asked, so a typo costs nobody a password.
-struct Settings {
-    std::optional<kdbx::Identifier> cipher;
-    std::optional<kdbx::Identifier> kdf;
-    std::optional<std::int64_t> memoryMiB, iterations, parallelism;
-};
-
-Settings readSettings(const ParsedOptions& o)
+std::optional<std::int64_t> inRange(const ParsedOptions& o, std::string_view name, const model::SettingRange& range)
 {
-    Settings s;
+    return o.integer(name, range.low, range.high);
+}
+
+// Checked before anything is read or asked, so a typo costs nobody a password.
+model::DatabaseSettings readSettings(const ParsedOptions& o)
+{
+    model::DatabaseSettings s;
     if (const auto c = o.value("cipher")) {
         if (*c == "aes256")
-            s.cipher = kdbx::cipherAes256;
+            s.cipher = model::Cipher::aes256;
         else if (*c == "chacha20")
-            s.cipher = kdbx::cipherChaCha20;
+            s.cipher = model::Cipher::chaCha20;
         else
             throw UsageError("--cipher is aes256 or chacha20.");
     }
     if (const auto k = o.value("kdf")) {
         if (*k == "argon2id")
-            s.kdf = kdbx::kdfArgon2id;
+            s.kdf = model::Kdf::argon2id;
         else if (*k == "argon2d")
-            s.kdf = kdbx::kdfArgon2d;
+            s.kdf = model::Kdf::argon2d;
         else
             throw UsageError("--kdf is argon2id or argon2d.");
     }
-    s.memoryMiB = o.integer("memory", 1, 8192);
-    s.iterations = o.integer("iterations", 1, 1000);
-    s.parallelism = o.integer("parallelism", 1, 64);
-    return s;
-}
-
-void applySettings(const Settings& s, kdbx::OuterHeader& header)
-{
-    if (s.cipher)
-        header.cipher.assign(s.cipher->begin(), s.cipher->end());
-    auto& kdf = header.kdf.entries;
-    if (s.kdf) {
-        const auto* current = header.kdf.get<std::vector<std::uint8_t>>("$UUID");
-        const bool wasArgon2 = current && (kdbx::isIdentifier(*current, kdbx::kdfArgon2id) ||
-                                           kdbx::isIdentifier(*current, kdbx::kdfArgon2d));
-        kdf["$UUID"] = std::vector<std::uint8_t>(s.kdf->begin(), s.kdf->end());
-        // Coming from another function, start from the recommended Argon2 parameters.
-        if (!wasArgon2) {
-            kdf.erase("R"); // AES-KDF's rounds mean nothing to Argon2
-            kdf["M"] = std::uint64_t{64} << 20;
-            kdf["I"] = std::uint64_t{10};
-            kdf["P"] = std::uint32_t{2};
-        }
-        if (!header.kdf.get<std::uint32_t>("V"))
-            kdf["V"] = std::uint32_t{0x13};
+    s.memoryMiB = inRange(o, "memory", model::memoryMiBRange);
+    s.iterations = inRange(o, "iterations", model::iterationsRange);
+    s.threads = inRange(o, "parallelism", model::threadsRange);
+    // -1 keeps every version.
+    if (const auto limit = o.integer("history-max-items", -1, model::historyHigh)) {
+        s.unlimitedHistory = *limit == -1;
+        s.historyMaxItems = limit;
     }
-    if (s.memoryMiB)
-        kdf["M"] = static_cast<std::uint64_t>(*s.memoryMiB) << 20;
-    if (s.iterations)
-        kdf["I"] = static_cast<std::uint64_t>(*s.iterations);
-    if (s.parallelism)
-        kdf["P"] = static_cast<std::uint32_t>(*s.parallelism);
+    return s;
 }
 
 kdbx::SecureBytes readKeyFile(const std::string& path)
 {
-    auto bytes = app::readFileBytes(pathArgument(path));
-    auto key = kdbx::SecureBytes::from(bytes);
-    kdbx::secureWipe(bytes.data(), bytes.size());
-    return key;
+    return files::readSecretFile(pathArgument(path));
 }
 
 void refuseExisting(const std::filesystem::path& path)
@@ -117,12 +90,11 @@ int create(Invocation& call)
         credentials.password = readNewSecret(call, "Password: ", "Repeat password: ");
 
     auto file = kdbx::KdbxFile::newDatabase();
-    applySettings(settings, file->header);
     files::DatabaseFile db(path, std::move(file), std::nullopt);
-    if (const auto name = o.value("name")) {
-        model::Document document(db.file().document);
+    model::Document document(db.file().document);
+    settings.applyTo(db.file().header, document);
+    if (const auto name = o.value("name"))
         document.setMetaText("DatabaseName", *name);
-    }
     // No stamp: the writer refuses to replace a file that appeared in the meantime.
     {
         const SignalsHeld held;
@@ -144,7 +116,6 @@ int dbEdit(Invocation& call)
     if (o.has("set-key-file") && o.has("remove-key-file"))
         throw UsageError("give --set-key-file or --remove-key-file, not both.");
     const auto settings = readSettings(o);
-    const auto historyMax = o.integer("history-max-items", -1, 100000);
     std::optional<kdbx::SecureBytes> newKeyFile;
     if (const auto keyFile = o.value("set-key-file"))
         newKeyFile = readKeyFile(*keyFile);
@@ -162,11 +133,10 @@ int dbEdit(Invocation& call)
     if (!credentials.password && !credentials.keyFile)
         throw Failure("A database needs a password, a key file or both. Nothing was changed.");
 
-    db.session().changeSettings(QStringLiteral("Database Settings"), [&](kdbx::OuterHeader& header, model::Document& document) {
-        applySettings(settings, header);
-        if (historyMax)
-            document.setHistoryMaxItems(*historyMax);
-    });
+    db.session().changeSettings(QStringLiteral("Database Settings"),
+                                [&](kdbx::OuterHeader& header, model::Document& document) {
+                                    settings.applyTo(header, document);
+                                });
     db.save(std::move(credentials));
     call.io.out << "Saved " << db.location().string() << ".\n";
 
@@ -197,7 +167,7 @@ int keyfileCreate(Invocation& call)
 
 } // namespace
 
-void addDatabaseCommands(std::vector<CommandSpec>& table)
+void addDatabaseCommands(std::vector<CommandDefinition>& table)
 {
     table.push_back({"create", "DATABASE", "Create a new, empty database.",
                      withOptions({credentialOptions(), settingOptions(),

@@ -12,9 +12,9 @@
 namespace quillon::cli {
 namespace {
 
-const std::vector<OptionSpec>& entryFieldOptions()
+const std::vector<OptionDefinition>& entryFieldOptions()
 {
-    static const std::vector<OptionSpec> options = {
+    static const std::vector<OptionDefinition> options = {
         {"username", 'u', "TEXT", "the user name"},
         {"url", 0, "URL", "the URL"},
         {"notes", 0, "TEXT", "the notes"},
@@ -207,7 +207,7 @@ int mv(Invocation& call)
 
 } // namespace
 
-void addEditCommands(std::vector<CommandSpec>& table)
+void addEditCommands(std::vector<CommandDefinition>& table)
 {
     table.push_back({"add", "DATABASE ENTRY", "Add an entry; ENTRY is \"Group/Sub/Title\".",
                      withOptions({credentialOptions(), entryFieldOptions()}), 2, 2, add,

@@ -60,7 +60,7 @@ int diceware(Invocation& call)
 
 } // namespace
 
-void addGeneratorCommands(std::vector<CommandSpec>& table)
+void addGeneratorCommands(std::vector<CommandDefinition>& table)
 {
     table.push_back({"generate", "", "Generate a random password.",
                      {{"length", 'L', "N", "number of characters (default 20, kept within 4..1024)"},

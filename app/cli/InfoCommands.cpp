@@ -1,6 +1,6 @@
 // info, stats and export: what a database is, what it holds, and its decrypted XML.
-#include "app/FileBytes.h"
 #include "app/cli/Command.h"
+#include "files/DatabaseFile.h"
 #include "kdbx/ByteReader.h"
 #include "kdbx/Encoding.h"
 #include "kdbx/Identifiers.h"
@@ -47,7 +47,7 @@ std::string memoryText(std::uint64_t bytes)
 int info(Invocation& call)
 {
     const auto path = pathArgument(call.options.arguments[0]);
-    const auto bytes = app::readFileBytes(path);
+    const auto bytes = files::readDiskBytes(path).bytes;
     kdbx::ByteReader reader(bytes);
     const auto parsed = kdbx::parseOuterHeader(reader);
     const auto& h = parsed.header;
@@ -152,7 +152,7 @@ int exportXml(Invocation& call)
 
 } // namespace
 
-void addDatabaseInfoCommands(std::vector<CommandSpec>& table)
+void addDatabaseInfoCommands(std::vector<CommandDefinition>& table)
 {
     table.push_back({"info", "DATABASE", "Show the outer header: format, cipher, key derivation, compression, size.",
                      {jsonOption}, 1, 1, info,

@@ -1,46 +1,11 @@
 #include "app/cli/Json.h"
 
 #include "kdbx/Check.h"
+#include "kdbx/Encoding.h"
 
 #include <string>
 
 namespace quillon::cli {
-namespace {
-
-// Length of the UTF-8 sequence at p, or 0 when the bytes there are not one.
-std::size_t utf8Length(const unsigned char* p, std::size_t left)
-{
-    const unsigned char c = p[0];
-    std::size_t n = 0;
-    char32_t cp = 0;
-    if (c < 0x80)
-        return 1;
-    if ((c & 0xE0) == 0xC0) {
-        n = 2;
-        cp = c & 0x1Fu;
-    } else if ((c & 0xF0) == 0xE0) {
-        n = 3;
-        cp = c & 0x0Fu;
-    } else if ((c & 0xF8) == 0xF0) {
-        n = 4;
-        cp = c & 0x07u;
-    } else {
-        return 0;
-    }
-    if (n > left)
-        return 0;
-    for (std::size_t i = 1; i < n; ++i) {
-        if ((p[i] & 0xC0) != 0x80)
-            return 0;
-        cp = (cp << 6) | (p[i] & 0x3Fu);
-    }
-    const char32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (cp < least[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))
-        return 0;
-    return n;
-}
-
-} // namespace
 
 void Json::beforeValue()
 {
@@ -123,7 +88,8 @@ Json& Json::string(std::string_view text)
             out_.push_back(static_cast<std::uint8_t>(hex[c >> 4]));
             out_.push_back(static_cast<std::uint8_t>(hex[c & 15]));
         } else {
-            const std::size_t n = utf8Length(p, left);
+            char32_t decoded = 0;
+            const std::size_t n = kdbx::decodeUtf8(p, left, decoded);
             if (n == 0) {
                 out_.append("\xEF\xBF\xBD");
                 ++p;

@@ -1,21 +1,23 @@
 #include "app/cli/Options.h"
 
-#include "tools/DecimalText.h"
+#include "kdbx/Encoding.h"
 
 #include <algorithm>
 
 namespace quillon::cli {
 namespace {
 
-const OptionSpec* findLong(std::span<const OptionSpec> options, std::string_view name)
+const OptionDefinition* findLong(std::span<const OptionDefinition> options, std::string_view name)
 {
-    const auto it = std::find_if(options.begin(), options.end(), [&](const OptionSpec& s) { return s.name == name; });
+    const auto it =
+        std::find_if(options.begin(), options.end(), [&](const OptionDefinition& o) { return o.name == name; });
     return it == options.end() ? nullptr : &*it;
 }
 
-const OptionSpec* findShort(std::span<const OptionSpec> options, char c)
+const OptionDefinition* findShort(std::span<const OptionDefinition> options, char c)
 {
-    const auto it = std::find_if(options.begin(), options.end(), [&](const OptionSpec& s) { return s.shortName == c; });
+    const auto it =
+        std::find_if(options.begin(), options.end(), [&](const OptionDefinition& o) { return o.shortName == c; });
     return it == options.end() ? nullptr : &*it;
 }
 
@@ -40,14 +42,14 @@ std::optional<std::int64_t> ParsedOptions::integer(std::string_view name, std::i
     const auto text = value(name);
     if (!text)
         return std::nullopt;
-    const auto number = tools::parseDecimal(*text);
+    const auto number = kdbx::parseDecimal(*text);
     if (!number || *number < low || *number > high)
         throw UsageError("--" + std::string(name) + " takes a whole number from " + std::to_string(low) + " to " +
                          std::to_string(high) + ".");
     return number;
 }
 
-ParsedOptions parseOptions(std::span<const std::string> args, std::span<const OptionSpec> options)
+ParsedOptions parseOptions(std::span<const std::string> args, std::span<const OptionDefinition> options)
 {
     ParsedOptions parsed;
     bool optionsEnded = false;
@@ -65,7 +67,7 @@ ParsedOptions parseOptions(std::span<const std::string> args, std::span<const Op
             parsed.help = true;
             continue;
         }
-        const OptionSpec* option = nullptr;
+        const OptionDefinition* option = nullptr;
         std::optional<std::string> inlineValue;
         std::string shown = arg;
         if (arg.starts_with("--")) {

@@ -24,7 +24,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-struct OptionSpec {
+struct OptionDefinition {
     std::string_view name;     // long name without "--"
     char shortName = 0;        // 0: none
     std::string_view valueName; // empty: a flag that takes no value
@@ -45,12 +45,12 @@ public:
     bool help = false;
 
 private:
-    friend ParsedOptions parseOptions(std::span<const std::string>, std::span<const OptionSpec>);
+    friend ParsedOptions parseOptions(std::span<const std::string>, std::span<const OptionDefinition>);
     std::map<std::string, std::vector<std::string>, std::less<>> values_;
 };
 
 // "--name value", "--name=value", "-x value", "-x"; "--" ends the options; "-h"/"--help" anywhere before it
 // asks for help. Unknown options and missing values are usage errors.
-ParsedOptions parseOptions(std::span<const std::string> args, std::span<const OptionSpec> specs);
+ParsedOptions parseOptions(std::span<const std::string> args, std::span<const OptionDefinition> options);
 
 } // namespace quillon::cli

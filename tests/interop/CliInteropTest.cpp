@@ -163,7 +163,7 @@ TEST(CliInterop, whatQuillonWritesOpensInKeepassxcAndPykeepass)
     TempDir dir;
     const auto db = (dir / "ours.kdbx").string();
     const auto created = cli({"create", "--password-stdin", "--cipher", "chacha20", "--kdf", "argon2id", "--memory",
-                              "2", "--iterations", "3", "--parallelism", "2", db});
+                              "8", "--iterations", "3", "--parallelism", "2", db});
     ASSERT_EQ(created.exitCode, 0) << created.err;
     const auto again = cli({"create", "--password-stdin", db});
     EXPECT_EQ(again.exitCode, 1);
@@ -187,7 +187,7 @@ TEST(CliInterop, whatQuillonWritesOpensInKeepassxcAndPykeepass)
     const auto info = keepassxcOn("db-info", db, {});
     ASSERT_EQ(info.exitCode, 0) << info.err;
     EXPECT_THAT(info.out, HasSubstr("Cipher: ChaCha20 256-bit\n"));
-    EXPECT_THAT(info.out, HasSubstr("KDF: Argon2id (3 rounds, 2048 KB)\n"));
+    EXPECT_THAT(info.out, HasSubstr("KDF: Argon2id (3 rounds, 8192 KB)\n"));
     const auto shown = keepassxcOn("show", db, {}, {"Old/Site"}, {"-s", "-a", "Password", "-a", "Notes"});
     EXPECT_EQ(shown.out, "site-secret-2\ntwo words\n");
     const auto exported = keepassxcOn("attachment-export", db, {}, {"Old/Site", "doc.txt", "--stdout"});
@@ -205,7 +205,7 @@ TEST(CliInterop, whatQuillonWritesOpensInKeepassxcAndPykeepass)
     const auto key = (dir / "new.keyx").string();
     ASSERT_EQ(cli({"keyfile-create", key}, {}).exitCode, 0);
     const auto edited = cli({"db-edit", "--password-stdin", "--set-password", "--set-key-file", key, "--cipher",
-                             "aes256", "--kdf", "argon2d", "--memory", "1", "--history-max-items", "1", db},
+                             "aes256", "--kdf", "argon2d", "--memory", "9", "--history-max-items", "1", db},
                             stdinPassword + "changed\n");
     ASSERT_EQ(edited.exitCode, 0) << edited.err;
     EXPECT_EQ(keepassxcOn("ls", db, {}).exitCode, 1);
@@ -213,7 +213,7 @@ TEST(CliInterop, whatQuillonWritesOpensInKeepassxcAndPykeepass)
     const auto newInfo = keepassxcOn("db-info", db, both);
     ASSERT_EQ(newInfo.exitCode, 0) << newInfo.err;
     EXPECT_THAT(newInfo.out, HasSubstr("Cipher: AES 256-bit\n"));
-    EXPECT_THAT(newInfo.out, HasSubstr("KDF: Argon2d (3 rounds, 1024 KB)\n"));
+    EXPECT_THAT(newInfo.out, HasSubstr("KDF: Argon2d (3 rounds, 9216 KB)\n"));
     // The new history limit applies from the entry's next change on.
     const auto reread = pykeepass(readScript, {db, "changed", key});
     ASSERT_EQ(reread.exitCode, 0) << reread.err;
@@ -226,7 +226,7 @@ TEST(CliInterop, whatQuillonWritesOpensInKeepassxcAndPykeepass)
 
     // A key file alone, as keepassxc-cli opens it with --no-password.
     const auto keyOnly = (dir / "keyonly.kdbx").string();
-    ASSERT_EQ(cli({"create", "--no-password", "-k", key, "--memory", "1", "--iterations", "1", keyOnly}, {}).exitCode,
+    ASSERT_EQ(cli({"create", "--no-password", "-k", key, "--memory", "8", "--iterations", "1", keyOnly}, {}).exitCode,
               0);
     ASSERT_EQ(cli({"mkdir", "--no-password", "-k", key, keyOnly, "Only"}, {}).exitCode, 0);
     const auto keyLs = keepassxcOn("ls", keyOnly, {std::nullopt, key});

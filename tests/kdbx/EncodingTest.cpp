@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 
 using namespace quillon::kdbx;
@@ -53,7 +54,6 @@ TEST(Encoding, utf8ValidityFollowsTheStandard)
 TEST(KdbxTime, unixEpochAndRoundTrip)
 {
     EXPECT_EQ(decodeKdbxTime(encodeKdbxTime(unixEpochInKdbxSeconds)), unixEpochInKdbxSeconds);
-    EXPECT_EQ(fromKdbxSeconds(unixEpochInKdbxSeconds), SystemTime{});
     EXPECT_EQ(decodeKdbxTime("AAAAAAAAAA=="), std::nullopt); // 7 bytes
     EXPECT_EQ(newUuidText().size(), 24u);
     EXPECT_NE(newUuidText(), newUuidText());
@@ -68,6 +68,36 @@ TEST(KdbxError, messagesReadAsTheUserSeesThem)
                   .rfind("This is a KDBX 3.1 database, and Quillon opens KDBX 4 only.", 0),
               0u);
     EXPECT_EQ(KdbxError::wrongCredentials().which(), KdbxError::Case::wrongCredentials);
+}
+
+// The one decoder every layer uses: the edges of each sequence length, and a cut sequence.
+TEST(Encoding, utf8DecodesEachLengthToItsEdges)
+{
+    const std::pair<const char*, char32_t> rows[] = {
+        {"\x7f", 0x7F},          {"\xc2\x80", 0x80},          {"\xdf\xbf", 0x7FF},
+        {"\xe0\xa0\x80", 0x800}, {"\xef\xbf\xbf", 0xFFFF},    {"\xf0\x90\x80\x80", 0x10000},
+        {"\xf4\x8f\xbf\xbf", 0x10FFFF},
+    };
+    for (const auto& [text, expected] : rows) {
+        const std::string_view bytes = text;
+        char32_t c = 0;
+        EXPECT_EQ(decodeUtf8(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), c), bytes.size());
+        EXPECT_EQ(c, expected);
+        EXPECT_EQ(decodeUtf8(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size() - 1, c), 0u)
+            << "cut short";
+    }
+}
+
+TEST(Encoding, decimalIsSignAndDigitsOnly)
+{
+    EXPECT_EQ(parseDecimal("42"), 42);
+    EXPECT_EQ(parseDecimal("+7"), 7);
+    EXPECT_EQ(parseDecimal("-0"), 0);
+    EXPECT_EQ(parseDecimal("-9223372036854775808"), INT64_MIN);
+    EXPECT_EQ(parseDecimal("9223372036854775807"), INT64_MAX);
+    for (const char* bad : {"", "+", "-", "abc", "12a", " 12", "12 ", "1.5", "0x10", "--1", "9223372036854775808",
+                            "-9223372036854775809", "\xd9\xa1\xd9\xa2"})
+        EXPECT_EQ(parseDecimal(bad), std::nullopt) << bad;
 }
 
 } // namespace

@@ -140,18 +140,6 @@ TEST(Preferences, aDamagedFileDefaultsOnlyItsBadKeys)
     }
 }
 
-TEST(Preferences, parseDecimalTakesWholeNumbersOnly)
-{
-    EXPECT_EQ(state::parseDecimal(u"42"), 42);
-    EXPECT_EQ(state::parseDecimal(u"+7"), 7);
-    EXPECT_EQ(state::parseDecimal(u"-5"), -5);
-    EXPECT_EQ(state::parseDecimal(u"-9223372036854775808"), std::numeric_limits<qint64>::min());
-    EXPECT_EQ(state::parseDecimal(u"9223372036854775807"), std::numeric_limits<qint64>::max());
-    for (const char16_t* bad : {u"", u"+", u"-", u"abc", u"12a", u" 12", u"1.5", u"9223372036854775808",
-                                u"-9223372036854775809", u"\u0661\u0662"})
-        EXPECT_FALSE(state::parseDecimal(bad)) << QString::fromUtf16(bad).toStdString();
-}
-
 TEST(Preferences, duressPasswordIsSetCheckedAndRemoved)
 {
     test::TempDir dir;
