@@ -1,7 +1,11 @@
 #include "app/Hardening.h"
 
-#include <sys/prctl.h>
 #include <sys/resource.h>
+#ifdef __linux__
+#include <sys/prctl.h>
+#elif defined(__APPLE__)
+#include <sys/ptrace.h>
+#endif
 
 namespace quillon::app {
 
@@ -11,7 +15,12 @@ void hardenProcess() noexcept
     // Best effort: a failure leaves the process as the system started it, which is no reason not to run.
     const rlimit none{0, 0};
     (void)setrlimit(RLIMIT_CORE, &none);
+#ifdef __linux__
     (void)prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+#elif defined(__APPLE__)
+    // macOS has no dumpable flag; refusing debuggers is its nearest counterpart.
+    (void)ptrace(PT_DENY_ATTACH, 0, nullptr, 0);
+#endif
 #endif
 }
 
@@ -20,7 +29,11 @@ bool isProcessHardened() noexcept
     rlimit core{};
     if (getrlimit(RLIMIT_CORE, &core) != 0)
         return false;
-    return core.rlim_cur == 0 && core.rlim_max == 0 && prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) == 0;
+#ifdef __linux__
+    if (prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) != 0)
+        return false;
+#endif
+    return core.rlim_cur == 0 && core.rlim_max == 0;
 }
 
 } // namespace quillon::app

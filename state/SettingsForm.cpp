@@ -4,7 +4,6 @@
 #include "kdbx/Identifiers.h"
 #include "state/Preferences.h"
 
-#include <algorithm>
 #include <string>
 
 namespace quillon::state {

@@ -18,9 +18,10 @@ class Preferences;
 
 inline constexpr model::SettingRange autoLockRange{10, 0, 1440}; // minutes, 0 = never
 
-inline constexpr int recommendedMemoryMiB = 64;
-inline constexpr int recommendedIterations = 10;
-inline constexpr int recommendedThreads = 2;
+// "Use Recommended" fills in the values a number that does not parse falls back to.
+inline constexpr int recommendedMemoryMiB = static_cast<int>(model::memoryMiBRange.fallback);
+inline constexpr int recommendedIterations = static_cast<int>(model::iterationsRange.fallback);
+inline constexpr int recommendedThreads = static_cast<int>(model::threadsRange.fallback);
 // The warning advises from here; the memory clamp only refuses absurd values, well below it.
 inline constexpr int warningFloorMiB = 16;
 
