@@ -318,3 +318,29 @@ TEST_F(DatabaseSessionTest, commandsNotifyAndUndoToTheSavedPoint)
 }
 
 } // namespace
+
+namespace {
+
+// When the changes cannot be sealed the database stays open and says why; once the settings change that
+// broke encoding is undone, the database is unchanged again and locks to its file.
+TEST_F(DatabaseSessionTest, aLockThatCannotSealTheChangesLeavesTheDatabaseOpen)
+{
+    auto session = open();
+    unlock(*session, "right");
+    ASSERT_TRUE(session->changeSettings(QStringLiteral("Database Settings"),
+                                        [](kdbx::OuterHeader& header, model::Document&) { header.cipher = {1, 2, 3}; }));
+    session->lock();
+    EXPECT_TRUE(session->isOpen());
+    ASSERT_EQ(alerts.size(), 1);
+    EXPECT_TRUE(alerts[0].startsWith(
+        QStringLiteral("Quillon could not lock the database because it could not encrypt your unsaved changes (")));
+    EXPECT_TRUE(alerts[0].endsWith(QStringLiteral("). Save them, then lock again.")));
+
+    ASSERT_TRUE(session->undo());
+    EXPECT_FALSE(session->isDirty());
+    session->lock();
+    EXPECT_TRUE(session->isLocked());
+    EXPECT_FALSE(session->hasLockedSnapshot());
+}
+
+} // namespace
