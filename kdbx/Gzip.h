@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <memory>
 #include <future>
 #include <stdexcept>
 #include <vector>
@@ -49,6 +51,11 @@ public:
     std::size_t size() const noexcept { return total_; }
     // The whole member, in wiped memory: compressed plaintext is as secret as the plaintext.
     SecureBytes finish();
+    // The same in two steps, so that the member is never joined: close() waits for every slice and returns the
+    // member's size; drain() then hands it to sink in pieces (header, slices, trailer), wiping each slice as soon
+    // as sink returns.
+    std::size_t close();
+    void drain(const std::function<void(ByteView)>& sink);
 
     // A slice that this writer compressed. Public for the implementation's helpers only.
     struct Deflated {
@@ -67,6 +74,25 @@ private:
     std::vector<Deflated> done_;
     std::size_t total_ = 0;
     bool finished_ = false;
+};
+
+// Reads a member as GzipWriter writes it (the fixed header, no optional fields) from pieces handed over as they
+// arrive, and hands the inflated data to out in slices of at most 64 KiB, so that neither the member nor what it
+// inflates to is held whole. Throws as gunzip does; data after the member is refused.
+class GunzipReader {
+public:
+    explicit GunzipReader(std::function<void(ByteView)> out, std::size_t ceiling = defaultDecompressedCeiling);
+    ~GunzipReader();
+    GunzipReader(const GunzipReader&) = delete;
+    GunzipReader& operator=(const GunzipReader&) = delete;
+
+    void write(ByteView compressed);
+    // Checks that the member ended, and its CRC-32 and length.
+    void finish();
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 // Throws KdbxError for faults of the wrapper (magic, short data, CRC) and DecompressionError for what
