@@ -91,10 +91,13 @@ PreSaveBackup::Outcome DatabaseFile::saveTo(const std::filesystem::path& locatio
                                             const std::optional<DiskStamp>& expected,
                                             const kdbx::Credentials& credentials, const BackupSetting& backup)
 {
-    const std::vector<std::uint8_t> bytes = file_->save(credentials);
+    const kdbx::EncodedFile encoded = file_->encode(credentials);
 
-    // What is about to replace the file must open with the credentials that will be asked for next time.
-    const auto check = [&credentials](kdbx::ByteView written) { kdbx::KdbxFile::open(written, credentials); };
+    // What is about to replace the file must open with the credentials that will be asked for next time, and
+    // hold exactly what was encoded.
+    const auto check = [&](kdbx::ByteView written) {
+        kdbx::KdbxFile::verify(written, credentials, encoded.digests);
+    };
 
     auto outcome = PreSaveBackup::Outcome::skipped;
     // The same text every run, whatever route reached the file, so that its backups share one folder.
@@ -104,7 +107,7 @@ PreSaveBackup::Outcome DatabaseFile::saveTo(const std::filesystem::path& locatio
             outcome = backedUp_.beforeSave(*backup.backups, database, backup.backUpBeforeSaving);
     };
 
-    const DiskStamp written = SafeWrite::write(bytes, location, expected, check, makeBackup);
+    const DiskStamp written = SafeWrite::write(encoded.bytes, location, expected, check, makeBackup);
     location_ = location;
     stamp_ = written;
     return outcome;

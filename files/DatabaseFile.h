@@ -39,14 +39,14 @@ struct BackupSetting {
 //     ... edit db.file().document ...
 //     auto outcome = db.save(credentials, {&backups, setting}); // encode, check, back up, replace
 //
-// save() encodes with fresh seeds, writes a temporary file beside the target, decodes that file back with the
-// same credentials, backs the old file up before the first save of this object's life (one attempt per file),
+// save() encodes with fresh seeds, writes a temporary file beside the target, proves that file decrypts with the
+// same credentials to what was encoded, backs the old file up before the first save of this object's life (one attempt per file),
 // and replaces the file only if it still has the stamp expected; the file's permission bits are kept. Every
 // failure leaves the file on disk, this object's location and stamp, and the document as they were, so a later
 // save compares with the same expectation.
 //
-// Errors: std::system_error (reading or writing, naming the file and the step), kdbx::KdbxError and
-// kdbx::DecompressionError (decoding), ChangedOnDisk (another program changed, created or removed the file).
+// Errors: std::system_error (reading; SaveError for writing, naming the file and the step), kdbx::KdbxError and
+// kdbx::DecompressionError (decoding, or a written file that does not read back), ChangedOnDisk (another program changed, created or removed the file).
 class DatabaseFile {
 public:
     // Reads and decodes the file at location.

@@ -99,20 +99,24 @@ void writeAll(const Temporary& file, kdbx::ByteView bytes)
     }
 }
 
-std::vector<std::uint8_t> readBack(const Temporary& file, std::size_t size)
+// Reads the temporary file back in pieces and compares it with what was written, so that no second copy of a
+// large file is held.
+void readBack(const Temporary& file, kdbx::ByteView bytes)
 {
-    std::vector<std::uint8_t> back(size);
+    std::vector<std::uint8_t> piece(std::min<std::size_t>(bytes.size(), std::size_t{1} << 20));
     std::size_t have = 0;
-    while (have < size) {
-        const ssize_t got =
-            posix::pread(file.fd(), back.data() + have, size - have, static_cast<off_t>(have));
+    while (have < bytes.size()) {
+        const std::size_t want = std::min(piece.size(), bytes.size() - have);
+        const ssize_t got = posix::pread(file.fd(), piece.data(), want, static_cast<off_t>(have));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
             throw failure(Step::readBackTemporary, file.path(), got < 0 ? errno : EIO);
-        have += static_cast<std::size_t>(got);
+        const auto n = static_cast<std::size_t>(got);
+        if (!std::equal(piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(n), bytes.begin() + static_cast<std::ptrdiff_t>(have)))
+            throw failure(Step::readBackTemporary, file.path(), EIO);
+        have += n;
     }
-    return back;
 }
 
 // The stamp of the file at path; absent only when there is no file. Any other failure to read it is an error:
@@ -235,10 +239,8 @@ DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const s
     if (posix::fsync(file.fd()) != 0)
         throw failure(Step::writeTemporary, file.path());
     if (check) {
-        const auto back = readBack(file, bytes.size());
-        if (!std::equal(back.begin(), back.end(), bytes.begin(), bytes.end()))
-            throw failure(Step::readBackTemporary, file.path(), EIO);
-        check(back);
+        readBack(file, bytes);
+        check(bytes);
     }
 
     if (backup) {

@@ -14,7 +14,8 @@ namespace quillon::files {
 
 class SafeWrite {
 public:
-    // Runs on the bytes read back from the temporary file; whatever it throws stops the save.
+    // Runs once the temporary file has been read back and found to hold exactly the bytes written, and is given
+    // those bytes; whatever it throws stops the save.
     using Check = std::function<void(kdbx::ByteView written)>;
     // Makes the pre-save backup and reports its own failure ("Could not back up the file first"). A backup
     // never stops a save, so whatever it throws is dropped.
