@@ -55,9 +55,9 @@ public:
     // document while it is built. The vector is empty afterwards, whether or not the open succeeded.
     static std::unique_ptr<KdbxFile> open(std::vector<std::uint8_t>&& fileBytes, const Credentials& credentials,
                                           const std::atomic<bool>* cancel = nullptr);
-    // Draws a fresh seed, IV, Argon2 salt and inner stream key, so every save differs, and encodes the document
-    // into a whole file. The document holds plain values again afterwards, whether or not the encoding succeeded.
-    // A document without its KeePassFile element is refused (malformedXML): no reader would open it.
+    // Draws a fresh seed, IV, Argon2 salt and inner stream key into the headers, so every save differs, and
+    // encodes the document into a whole file. The document is only read. A document without its KeePassFile
+    // element is refused (malformedXML): no reader would open it.
     EncodedFile encode(const Credentials& credentials);
     std::vector<std::uint8_t> save(const Credentials& credentials) { return encode(credentials).bytes; }
     // Proves that fileBytes open with the credentials (header digest, key derivation, header and block codes)
