@@ -67,9 +67,9 @@ Committed commit(const EncodedDatabase& encoded, const std::filesystem::path& lo
 //
 // save() encodes with fresh seeds, writes a temporary file beside the target, proves that file decrypts with the
 // same credentials to what was encoded, backs the old file up before the first save of this object's life (one
-// attempt per file), and replaces the file only if it still has the stamp expected; the file's permission bits are kept. Every
-// failure leaves the file on disk, this object's location and stamp, and the document as they were, so a later
-// save compares with the same expectation.
+// attempt per file), and replaces the file only if it still has the stamp expected; the file's permission bits
+// are kept. Every failure leaves the file on disk, this object's location and stamp, and the document as they
+// were, so a later save compares with the same expectation.
 //
 // Errors: std::system_error (reading; SaveError for writing, naming the file and the step), kdbx::KdbxError and
 // kdbx::DecompressionError (decoding, or a written file that does not read back), ChangedOnDisk (another program

@@ -113,7 +113,8 @@ void readBack(const Temporary& file, kdbx::ByteView bytes)
         if (got <= 0)
             throw failure(Step::readBackTemporary, file.path(), got < 0 ? errno : EIO);
         const auto n = static_cast<std::size_t>(got);
-        if (!std::equal(piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(n), bytes.begin() + static_cast<std::ptrdiff_t>(have)))
+        const kdbx::ByteView expected = bytes.subspan(have, n);
+        if (!std::equal(expected.begin(), expected.end(), piece.begin()))
             throw failure(Step::readBackTemporary, file.path(), EIO);
         have += n;
     }

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <climits>
 #include <cstdint>
 #include <future>
@@ -316,6 +317,29 @@ void GzipWriter::dispatch()
     slice_ = SecureBytes();
 }
 
+void GzipWriter::handOver(Deflated& piece, const std::function<void(ByteView)>& sink)
+{
+    crc_ = ::crc32_combine(crc_, piece.crc, static_cast<z_off_t>(piece.inputSize));
+    sink(piece.bytes.span());
+    piece.bytes.wipe();
+}
+
+void GzipWriter::drainReady(const std::function<void(ByteView)>& sink)
+{
+    if (!headerSent_) {
+        sink(ByteView(gzipHeader));
+        headerSent_ = true;
+    }
+    for (auto& piece : done_)
+        handOver(piece, sink);
+    done_.clear();
+    while (!pending_.empty() && pending_.front().wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
+        Deflated piece = pending_.front().get();
+        pending_.pop_front();
+        handOver(piece, sink);
+    }
+}
+
 std::size_t GzipWriter::close()
 {
     QUILLON_CHECK(!finished_);
@@ -329,7 +353,7 @@ std::size_t GzipWriter::close()
     pending_.clear();
     done_.push_back(std::move(last));
 
-    std::size_t size = sizeof gzipHeader + 8;
+    std::size_t size = (headerSent_ ? 0 : sizeof gzipHeader) + 8;
     for (const auto& piece : done_)
         size += piece.bytes.size();
     return size;
@@ -338,18 +362,16 @@ std::size_t GzipWriter::close()
 void GzipWriter::drain(const std::function<void(ByteView)>& sink)
 {
     QUILLON_CHECK(finished_);
-    uLong check = ::crc32_z(0, nullptr, 0);
-    for (const auto& piece : done_)
-        check = ::crc32_combine(check, piece.crc, static_cast<z_off_t>(piece.inputSize));
-    sink(ByteView(gzipHeader));
-    for (auto& piece : done_) {
-        sink(piece.bytes.span());
-        piece.bytes.wipe();
+    if (!headerSent_) {
+        sink(ByteView(gzipHeader));
+        headerSent_ = true;
     }
+    for (auto& piece : done_)
+        handOver(piece, sink);
     done_.clear();
     std::vector<std::uint8_t> trailer;
     ByteWriter writer(trailer);
-    writer.u32(static_cast<std::uint32_t>(check));
+    writer.u32(static_cast<std::uint32_t>(crc_));
     writer.u32(static_cast<std::uint32_t>(total_));
     sink(trailer);
 }

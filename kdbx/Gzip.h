@@ -51,9 +51,11 @@ public:
     std::size_t size() const noexcept { return total_; }
     // The whole member, in wiped memory: compressed plaintext is as secret as the plaintext.
     SecureBytes finish();
-    // The same in two steps, so that the member is never joined: close() waits for every slice and returns the
-    // member's size; drain() then hands it to sink in pieces (header, slices, trailer), wiping each slice as soon
-    // as sink returns.
+    // The same in pieces, so that the member is never joined. drainReady() hands sink what is ready so far, in
+    // order: the header, then each slice already deflated. close() waits for the rest and returns the size of
+    // what is still to come; drain() hands that over, up to the trailer. Each slice is wiped as soon as sink
+    // returns.
+    void drainReady(const std::function<void(ByteView)>& sink);
     std::size_t close();
     void drain(const std::function<void(ByteView)>& sink);
 
@@ -66,6 +68,7 @@ public:
 
 private:
     void dispatch();
+    void handOver(Deflated& piece, const std::function<void(ByteView)>& sink);
 
     SecureBytes slice_;
     // The last 32 KiB before slice_, the window that primes its compression.
@@ -73,6 +76,8 @@ private:
     std::deque<std::future<Deflated>> pending_;
     std::vector<Deflated> done_;
     std::size_t total_ = 0;
+    unsigned long crc_ = 0; // of the slices handed over
+    bool headerSent_ = false;
     bool finished_ = false;
 };
 

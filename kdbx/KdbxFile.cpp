@@ -11,6 +11,7 @@
 #include "kdbx/Random.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <future>
 #include <optional>
@@ -328,7 +329,8 @@ private:
 };
 
 // Encrypts a body (the payload, compressed when the header says so) as it is handed over, and frames it: the
-// outer header, its digest and HMAC, then the block stream. The file is sized once, from the body's size.
+// outer header, its digest and HMAC, then the block stream. The file is sized once, from the body's size or a
+// guess at it.
 class Framer {
 public:
     Framer(const OuterHeader& header, const DerivedKeys& keys, std::size_t bodySize)
@@ -336,7 +338,9 @@ public:
     {
         const Digest256 digest = headerDigest(out_);
         const Digest256 mac = headerHmac(out_, keys.hmacBaseKey);
-        out_.reserve(out_.size() + 64 + bodySize + 16 + (bodySize / (std::size_t{1} << 20) + 2) * 36);
+        // A quarter more than expected costs nothing until it is written to, and spares a copy of the whole file
+        // when the body outgrows a size that was only a guess.
+        out_.reserve(out_.size() + 64 + bodySize + bodySize / 4 + 16 + (bodySize / (std::size_t{1} << 20) + 2) * 36);
         out_.insert(out_.end(), digest.begin(), digest.end());
         out_.insert(out_.end(), mac.begin(), mac.end());
     }
@@ -416,6 +420,7 @@ std::unique_ptr<KdbxFile> KdbxFile::decode(ByteView fileBytes, const Credentials
         xmlOffset = 0;
     }
     file->xmlSizeHint_ = payload.size() - xmlOffset;
+    file->fileSizeHint_ = fileBytes.size();
     file->parseBuffer_ = std::move(payload);
     const pugi::xml_parse_result result =
         file->document.load_buffer_inplace(file->parseBuffer_.data() + xmlOffset, file->parseBuffer_.size() - xmlOffset,
@@ -458,7 +463,19 @@ EncodedFile KdbxFile::encode(const Credentials& credentials)
     } else {
         body.reserve(innerSize + xmlSizeHint_ + xmlSizeHint_ / 8 + 4096);
     }
-    XmlSink sink(header.compressed ? std::function<void(ByteView)>([&packed](ByteView piece) { packed.write(piece); })
+    // Once the keys are there, compressed slices are encrypted and framed as soon as they are deflated, so the
+    // compressed body never waits whole beside the file being framed.
+    std::optional<Framer> framer;
+    const auto frameReady = [&] {
+        if (!framer && keys.wait_for(std::chrono::seconds(0)) == std::future_status::ready)
+            framer.emplace(header, keys.get(), fileSizeHint_);
+        if (framer)
+            packed.drainReady([&framer](ByteView piece) { framer->write(piece); });
+    };
+    XmlSink sink(header.compressed ? std::function<void(ByteView)>([&](ByteView piece) {
+        packed.write(piece);
+        frameReady();
+    })
                                    : std::function<void(ByteView)>([&body](ByteView piece) { body.append(piece); }));
     {
         ChaCha20 stream = innerStream(inner);
@@ -470,15 +487,17 @@ EncodedFile KdbxFile::encode(const Credentials& credentials)
     xmlSizeHint_ = static_cast<std::size_t>(sink.size());
 
     if (header.compressed) {
-        Framer framer(header, keys.get(), packed.close());
-        packed.drain([&framer](ByteView piece) { framer.write(piece); });
-        encoded.bytes = framer.finish();
+        const std::size_t rest = packed.close();
+        if (!framer)
+            framer.emplace(header, keys.get(), rest);
+        packed.drain([&framer](ByteView piece) { framer->write(piece); });
     } else {
-        Framer framer(header, keys.get(), body.size());
-        framer.write(body.span());
+        framer.emplace(header, keys.get(), body.size());
+        framer->write(body.span());
         body.wipe();
-        encoded.bytes = framer.finish();
     }
+    encoded.bytes = framer->finish();
+    fileSizeHint_ = encoded.bytes.size();
     return encoded;
 }
 
@@ -497,7 +516,8 @@ void KdbxFile::verify(ByteView fileBytes, const Credentials& credentials, const 
     Sha256 innerDigest, xmlDigest;
     const auto payload = [&](ByteView plain) {
         if (seen < digests.innerHeaderSize) {
-            const auto n = static_cast<std::size_t>(std::min<std::uint64_t>(plain.size(), digests.innerHeaderSize - seen));
+            const auto n =
+                static_cast<std::size_t>(std::min<std::uint64_t>(plain.size(), digests.innerHeaderSize - seen));
             innerDigest.update(plain.first(n));
             plain = plain.subspan(n);
             seen += n;

@@ -40,6 +40,8 @@ class KdbxFile {
     // The size of the XML last read or written: the next save reserves about that much at once, instead
     // of growing (and copying, and wiping) its buffer a dozen times.
     std::size_t xmlSizeHint_ = 0;
+    // The size of the file last read or written, which the next save's file is reserved at.
+    std::size_t fileSizeHint_ = 0;
 
 public:
     OuterHeader header;

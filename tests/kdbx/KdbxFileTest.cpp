@@ -320,7 +320,8 @@ TEST(KdbxFile, savedTextReadsBackAsTheSameDocument)
                                       "<Root><Group><Name>&amp;&lt;&gt;\"'\t\n\r&#31; ü</Name>"
                                       "<Mixed>before<Inner x=\"1\">in</Inner>after<Empty/></Mixed>"
                                       "<Data><![CDATA[a]]]]><![CDATA[>b<&]]></Data>"
-                                      "<String><Key>Password</Key><Value Protected=\"True\">&lt;&amp;&#2;\t ü</Value></String>"
+                                      "<String><Key>Password</Key>"
+                                      "<Value Protected=\"True\">&lt;&amp;&#2;\t ü</Value></String>"
                                       "<String><Key>Empty</Key><Value Protected=\"True\"></Value></String>"
                                       "<String><Key>Long</Key><Value Protected=\"True\">" +
                                           std::string(200000, 'x') + "</Value></String>"
