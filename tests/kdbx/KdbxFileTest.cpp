@@ -5,11 +5,13 @@
 #include "kdbx/KdbxError.h"
 #include "kdbx/KdbxFile.h"
 #include "kdbx/KeyFile.h"
+#include "kdbx/Random.h"
 #include "tests/support/TestDb.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 using namespace quillon::kdbx;
@@ -251,6 +253,90 @@ TEST(KdbxFile, newDatabaseFollowsTheTemplate)
     EXPECT_STREQ(root.child("Meta").child_value("HistoryMaxItems"), "-1");
     EXPECT_STREQ(root.child("Root").child("Group").child_value("Name"), "Root");
     EXPECT_EQ(std::string(root.child("Root").child("Group").child_value("UUID")).size(), 24u);
+}
+
+} // namespace
+
+namespace {
+
+// The check after a save reads the written file as a stream: for each cipher and with or without compression, a
+// file whose payload spans several blocks and gzip slices proves to hold what was encoded, and nothing else does.
+TEST(KdbxFile, verifyProvesAFileHoldsExactlyWhatWasEncoded)
+{
+    const Credentials key = passwordOnly("pw");
+    for (const Identifier& cipher : {cipherAes256, cipherChaCha20})
+        for (bool compressed : {true, false}) {
+            SCOPED_TRACE(std::string(isIdentifier(cipher, cipherAes256) ? "AES" : "ChaCha20") +
+                         (compressed ? ", compressed" : ""));
+            auto file = tinyDatabase({cipher, kdfArgon2id, compressed});
+            // An attachment of incompressible bytes, so the inner header alone crosses blocks and slices.
+            file->inner.binaries.push_back({0, SecureBytes::from(randomBytes((std::size_t{5} << 20) + 12345))});
+            const EncodedFile encoded = file->encode(key);
+            ASSERT_GT(encoded.bytes.size(), std::size_t{5} << 20);
+            EXPECT_NO_THROW(KdbxFile::verify(encoded.bytes, key, encoded.digests));
+
+            const auto refusedWith = [&](ByteView bytes, const Credentials& credentials, const PayloadDigests& d) {
+                try {
+                    KdbxFile::verify(bytes, credentials, d);
+                } catch (const std::exception& e) {
+                    return std::string(e.what());
+                }
+                return std::string("verified");
+            };
+            const std::string differs = KdbxError::writtenFileDiffers().describe();
+            const EncodedFile again = file->encode(key); // same document, fresh stream key and seeds
+            EXPECT_EQ(refusedWith(encoded.bytes, key, again.digests), differs);
+            PayloadDigests shifted = encoded.digests;
+            ++shifted.innerHeaderSize;
+            --shifted.xmlSize;
+            EXPECT_EQ(refusedWith(encoded.bytes, key, shifted), differs);
+            PayloadDigests longer = encoded.digests;
+            ++longer.xmlSize;
+            EXPECT_EQ(refusedWith(encoded.bytes, key, longer), differs);
+            EXPECT_EQ(refusedWith(encoded.bytes, passwordOnly("other"), encoded.digests),
+                      KdbxError::wrongCredentials().describe());
+            auto trailing = encoded.bytes;
+            trailing.push_back(0);
+            EXPECT_EQ(refusedWith(trailing, key, encoded.digests), differs);
+            auto flipped = encoded.bytes;
+            flipped[flipped.size() - 100] ^= 1;
+            EXPECT_THAT(refusedWith(flipped, key, encoded.digests), StartsWith("Data block "));
+        }
+}
+
+} // namespace
+
+namespace {
+
+// The save writes the document itself rather than through pugixml: every kind of node and every character that
+// needs escaping comes back as it was, protected values included, and the document is not touched meanwhile.
+// (Comments and processing instructions are not read, so they cannot be there.)
+TEST(KdbxFile, savedTextReadsBackAsTheSameDocument)
+{
+    const Credentials key = passwordOnly("pw");
+    auto file = tinyDatabase();
+    quillon::test::setDocument(*file, "<?xml version=\"1.0\" standalone=\"no\"?>"
+                                      "<KeePassFile><Meta a=\"q&quot;&amp;&lt;&gt;'&#9;&#10;&#13;&#1; ü\"/>"
+                                      "<Root><Group><Name>&amp;&lt;&gt;\"'\t\n\r&#31; ü</Name>"
+                                      "<Mixed>before<Inner x=\"1\">in</Inner>after<Empty/></Mixed>"
+                                      "<Data><![CDATA[a]]]]><![CDATA[>b<&]]></Data>"
+                                      "<String><Key>Password</Key>"
+                                      "<Value Protected=\"True\">&lt;&amp;&#2;\t ü</Value></String>"
+                                      "<String><Key>Empty</Key><Value Protected=\"True\"></Value></String>"
+                                      "<String><Key>Long</Key><Value Protected=\"True\">" +
+                                          std::string(200000, 'x') + "</Value></String>"
+                                      "<Notes>" + std::string(100000, 'y') + "&amp;</Notes>"
+                                      "</Group></Root></KeePassFile>");
+    const std::string before = rootText(*file);
+    const auto bytes = file->save(key);
+    const auto firstDifference = [&](const std::string& after) {
+        return std::mismatch(before.begin(), before.end(), after.begin(), after.end()).first - before.begin();
+    };
+    EXPECT_EQ(firstDifference(rootText(*file)), static_cast<std::ptrdiff_t>(before.size()));
+    const auto back = KdbxFile::open(bytes, key);
+    EXPECT_EQ(firstDifference(rootText(*back)), static_cast<std::ptrdiff_t>(before.size()));
+    EXPECT_EQ(std::string(back->document.first_child().name()), "xml");
+    EXPECT_STREQ(back->document.first_child().attribute("standalone").value(), "yes");
 }
 
 } // namespace
