@@ -2,6 +2,7 @@
 #include "app/CommandLine.h"
 #include "kdbx/ByteReader.h"
 #include "kdbx/OuterHeader.h"
+#include "tests/support/Helpers.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestDb.h"
@@ -69,12 +70,9 @@ TEST(CommandLine, argumentsChooseTheMode)
         {{"--self-testing"}, app::Mode::application, "", -1},
     };
     for (const auto& c : cases) {
-        std::vector<std::string> storage{"quillon"};
-        storage.insert(storage.end(), c.args.begin(), c.args.end());
-        std::vector<char*> argv;
-        for (auto& s : storage)
-            argv.push_back(s.data());
-        const auto command = app::parseCommandLine(argv);
+        std::vector<std::string> args{"quillon"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        const auto command = app::parseCommandLine(test::Argv(args).list());
         const std::string name = testing::PrintToString(c.args);
         EXPECT_EQ(command.mode, c.mode) << name;
         EXPECT_EQ(command.path, c.path) << name;
@@ -84,18 +82,12 @@ TEST(CommandLine, argumentsChooseTheMode)
 
 TEST(CommandLine, leadingTildeIsTheHomeDirectory)
 {
-    const char* saved = std::getenv("HOME");
-    const std::string savedHome = saved ? saved : "";
-    ::setenv("HOME", "/home/someone", 1);
+    const test::ScopedEnv home("HOME", "/home/someone");
     EXPECT_EQ(app::expandTilde("~"), "/home/someone");
     EXPECT_EQ(app::expandTilde("~/x.kdbx"), "/home/someone/x.kdbx");
     EXPECT_EQ(app::expandTilde("a/~/x.kdbx"), "a/~/x.kdbx");
     EXPECT_EQ(app::expandTilde("~root/x"), "/root/x");
     EXPECT_EQ(app::expandTilde("~no-such-user-here/x"), "~no-such-user-here/x");
-    if (saved)
-        ::setenv("HOME", savedHome.c_str(), 1);
-    else
-        ::unsetenv("HOME");
 }
 
 TEST(CommandLine, programPrintsWhatEachFormAsksFor)
@@ -159,12 +151,9 @@ struct TerminalSession {
 
 TerminalSession runOnTerminal(const std::vector<std::string>& args, const std::string& typed)
 {
-    std::vector<std::string> storage{quillon};
-    storage.insert(storage.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (auto& s : storage)
-        argv.push_back(s.data());
-    argv.push_back(nullptr);
+    std::vector<std::string> all{quillon};
+    all.insert(all.end(), args.begin(), args.end());
+    test::Argv argv(all);
     int master = -1;
     const pid_t pid = ::forkpty(&master, nullptr, nullptr, nullptr);
     if (pid == 0) {
@@ -253,11 +242,7 @@ TEST(CommandLine, releaseBuildIsHardenedAndWipesThePasswordArgument)
     slow.resize(slow.size() + 32);
     writeFile(path, slow);
     const std::string password = "hunter2-in-argv";
-    std::vector<std::string> storage{quillon, "--verify", path.string(), password};
-    std::vector<char*> argv;
-    for (auto& s : storage)
-        argv.push_back(s.data());
-    argv.push_back(nullptr);
+    test::Argv argv({quillon, "--verify", path.string(), password});
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);

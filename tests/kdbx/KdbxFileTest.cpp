@@ -1,5 +1,3 @@
-#include "kdbx/Argon2Kdf.h"
-#include "kdbx/BlockStream.h"
 #include "kdbx/Encoding.h"
 #include "kdbx/Gzip.h"
 #include "kdbx/KdbxError.h"
@@ -33,25 +31,6 @@ std::string openError(ByteView bytes, const Credentials& credentials)
         return e.what();
     }
     return "opened";
-}
-
-// Rewrites the outer header of a file and its two integrity values, keeping the block stream: the
-// keys do not change as long as the seed and key-derivation parameters stay.
-std::vector<std::uint8_t> withHeader(ByteView file, const Credentials& credentials, void (*mutate)(OuterHeader&))
-{
-    ByteReader reader(file);
-    ParsedOuterHeader parsed = parseOuterHeader(reader);
-    reader.skip(64);
-    mutate(parsed.header);
-    std::vector<std::uint8_t> out = serialiseOuterHeader(parsed.header);
-    const SecureBytes transformed = transformKey(compositeKey(credentials), parsed.header.kdf);
-    const DerivedKeys keys = deriveKeys(parsed.header.masterSeed, transformed);
-    const Digest256 digest = headerDigest(out);
-    const Digest256 mac = headerHmac(out, keys.hmacBaseKey);
-    out.insert(out.end(), digest.begin(), digest.end());
-    out.insert(out.end(), mac.begin(), mac.end());
-    out.insert(out.end(), reader.rest().begin(), reader.rest().end());
-    return out;
 }
 
 TEST(KdbxFile, everySaveDrawsFreshSecretsYetOpensToTheSameDocument)
@@ -151,7 +130,7 @@ TEST(KdbxFile, errorsComeInTheirFixedOrder)
     EXPECT_EQ(openError(badMac, right), "Wrong password or key file.");
 
     // An unknown cipher is only named once the key has been proven right.
-    const auto twofish = withHeader(file, right, [](OuterHeader& h) {
+    const auto twofish = quillon::test::withHeader(file, right, [](OuterHeader& h) {
         h.cipher = {0xad, 0x68, 0xf2, 0x9f, 0x57, 0x6f, 0x4b, 0xb9, 0xa3, 0x6a, 0xd4, 0x7a, 0xf9, 0x65, 0x34, 0x6c};
     });
     EXPECT_EQ(openError(twofish, right), "Unsupported cipher rWjyn1dvS7mjatR6+WU0bA==.");
@@ -214,7 +193,7 @@ TEST_P(InnerPayload, isRefusedWithItsMessage)
     auto bytes = KdbxFile::seal(file->header, key, std::move(payload));
     // A payload that claims compression it does not have.
     if (GetParam().compressed)
-        bytes = withHeader(bytes, key, [](OuterHeader& h) { h.compressed = true; });
+        bytes = quillon::test::withHeader(bytes, key, [](OuterHeader& h) { h.compressed = true; });
     EXPECT_EQ(openError(bytes, key), GetParam().expected);
 }
 
@@ -234,26 +213,6 @@ INSTANTIATE_TEST_SUITE_P(
                   "Malformed XML: a protected value is not base64."},
         InnerCase{"notGzip", streamId3 + aKey + end + goodXml, true, "Malformed inner header: not gzip."}),
     [](const auto& row) { return std::string(row.param.name); });
-
-TEST(KdbxFile, newDatabaseFollowsTheTemplate)
-{
-    auto file = KdbxFile::newDatabase();
-    EXPECT_EQ(file->header.major, 4);
-    EXPECT_EQ(file->header.minor, 0);
-    EXPECT_TRUE(isIdentifier(file->header.cipher, cipherAes256));
-    EXPECT_TRUE(file->header.compressed);
-    EXPECT_TRUE(isIdentifier(*file->header.kdf.get<std::vector<std::uint8_t>>("$UUID"), kdfArgon2id));
-    EXPECT_EQ(*file->header.kdf.get<std::uint64_t>("M"), 64u << 20);
-    EXPECT_EQ(*file->header.kdf.get<std::uint64_t>("I"), 10u);
-    EXPECT_EQ(*file->header.kdf.get<std::uint32_t>("P"), 2u);
-    EXPECT_EQ(*file->header.kdf.get<std::uint32_t>("V"), 0x13u);
-    EXPECT_EQ(file->inner.streamKey.size(), 64u);
-    const pugi::xml_node root = file->document.child("KeePassFile");
-    EXPECT_STREQ(root.child("Meta").child_value("Generator"), "Quillon");
-    EXPECT_STREQ(root.child("Meta").child_value("HistoryMaxItems"), "-1");
-    EXPECT_STREQ(root.child("Root").child("Group").child_value("Name"), "Root");
-    EXPECT_EQ(std::string(root.child("Root").child("Group").child_value("UUID")).size(), 24u);
-}
 
 } // namespace
 
