@@ -8,12 +8,47 @@
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLineEdit>
+#include <QPainter>
+#include <QProxyStyle>
 #include <QSplitter>
 #include <QTableView>
 #include <QTreeView>
+#include <QStyleOptionHeader>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace quillon::ui {
+namespace {
+
+// The sort indicator as a chevron pointing up while ascending. Qt's header asks for "SortDown" when the order
+// is ascending, and most styles then draw a downward arrow.
+class ChevronHeaderStyle : public QProxyStyle {
+public:
+    void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                       const QWidget* widget) const override
+    {
+        const auto* header = qstyleoption_cast<const QStyleOptionHeader*>(option);
+        if (element != PE_IndicatorHeaderArrow || !header || header->sortIndicator == QStyleOptionHeader::None) {
+            QProxyStyle::drawPrimitive(element, option, painter, widget);
+            return;
+        }
+        const bool up = header->sortIndicator == QStyleOptionHeader::SortDown;
+        const QRectF box = option->rect;
+        const qreal half = std::min(box.width(), box.height()) / 3.0;
+        const QPointF centre = box.center();
+        const qreal tip = up ? -half / 2 : half / 2;
+        const QPointF points[] = {centre + QPointF(-half, -tip), centre + QPointF(0, tip), centre + QPointF(half, -tip)};
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing);
+        painter->setPen(QPen(option->palette.color(QPalette::ButtonText), 1.5, Qt::SolidLine, Qt::RoundCap,
+                             Qt::RoundJoin));
+        painter->drawPolyline(points, 3);
+        painter->restore();
+    }
+};
+
+} // namespace
 
 BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     : QWidget(parent), session_(session), groupModel_(new GroupTreeModel(session, this)),
@@ -57,6 +92,10 @@ BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     header->resizeSection(EntryTableModel::username, 170);
     header->resizeSection(EntryTableModel::password, 110);
     header->resizeSection(EntryTableModel::modified, 150);
+    auto* chevrons = new ChevronHeaderStyle;
+    chevrons->setParent(header);
+    header->setStyle(chevrons);
+    header->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     header->setSortIndicatorShown(true);
     header->setSortIndicator(-1, Qt::AscendingOrder);
     connect(header, &QHeaderView::sectionClicked, sortProxy_, &EntrySortProxy::headerClicked);

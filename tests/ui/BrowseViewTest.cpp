@@ -367,7 +367,11 @@ TEST_F(BrowseViewTest, drawsTheDemoDatabase)
     EXPECT_EQ(view.groupModel().rowCount(view.groupModel().topIndex()), int(topGroups));
     EXPECT_TRUE(view.groupTree()->isExpanded(view.groupModel().topIndex()));
     EXPECT_EQ(view.entryTable()->model()->rowCount(), int(top().entries().size()));
+    view.selectGroup(top().groups().front());
+    EXPECT_EQ(view.entryTable()->model()->rowCount(), int(top().groups().front().entries().size()));
+    clickHeader(*view.entryTable(), EntryTableModel::title);
     view.entryTable()->selectRow(0);
+    view.entryTable()->setFocus();
     const auto picture = view.grab();
     EXPECT_FALSE(picture.isNull());
     if (const auto dir = qEnvironmentVariable("QUILLON_SCREENSHOT_DIR"); !dir.isEmpty())
