@@ -43,6 +43,11 @@ public:
     bool isSearching() const noexcept { return searching_; }
 
     std::optional<model::Entry> entryAt(const QModelIndex& index) const;
+    // The row's Entry element; null past the end.
+    pugi::xml_node elementAt(int row) const noexcept
+    {
+        return row >= 0 && std::size_t(row) < rows_.size() ? rows_[std::size_t(row)] : pugi::xml_node();
+    }
     // The row showing that Entry element; invalid when it is not listed.
     QModelIndex indexOf(pugi::xml_node element) const;
 

@@ -43,8 +43,9 @@ QApplication& application()
     static int argc = 1;
     static char name[] = "test_ui";
     static char* argv[] = {name, nullptr};
-    static QApplication app(argc, argv);
-    return app;
+    // Never destroyed: at exit Qt's own globals are already gone.
+    static auto* app = new QApplication(argc, argv);
+    return *app;
 }
 
 // What the model testers report; a test fails when any of it arrives.
