@@ -69,6 +69,7 @@ BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     tree_->setUniformRowHeights(true);
     tree_->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed);
     tree_->setAccessibleName(QStringLiteral("Groups"));
+    tree_->installEventFilter(this);
 
     sortProxy_->setSourceModel(entryModel_);
     table_->setModel(sortProxy_);
@@ -172,10 +173,20 @@ void BrowseView::focusSearch()
 
 bool BrowseView::eventFilter(QObject* watched, QEvent* event)
 {
-    if (watched == search_ && event->type() == QEvent::KeyPress &&
-        static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape) {
+    if (event->type() != QEvent::KeyPress)
+        return QWidget::eventFilter(watched, event);
+    const int key = static_cast<QKeyEvent*>(event)->key();
+    if (watched == search_ && key == Qt::Key_Escape) {
         search_->clear();
         table_->setFocus(Qt::OtherFocusReason);
+        return true;
+    }
+    // Return on a group goes on to its entries, the first one selected when none is (a rename in progress
+    // has the editor's keys, not the tree's).
+    if (watched == tree_ && (key == Qt::Key_Return || key == Qt::Key_Enter)) {
+        if (!table_->currentIndex().isValid() && sortProxy_->rowCount() > 0)
+            table_->setCurrentIndex(sortProxy_->index(0, 0));
+        table_->setFocus(Qt::TabFocusReason);
         return true;
     }
     return QWidget::eventFilter(watched, event);

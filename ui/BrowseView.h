@@ -24,6 +24,7 @@ class GroupTreeModel;
 
 // Listens to the session and draws; every change goes back through the session's commands. The search
 // field belongs to this view but is placed by the window (in its toolbar), so it is not in this layout.
+// The session must outlive the view.
 class BrowseView : public QWidget {
     Q_OBJECT
 

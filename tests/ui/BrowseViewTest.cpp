@@ -354,6 +354,15 @@ TEST_F(BrowseViewTest, searchNarrowsAsKeysArriveAndEscapeClears)
     EXPECT_THAT(titles(view), ElementsAre("item 10", "Item 9", "apple"));
     EXPECT_FALSE(view.entryModel().isSearching());
     EXPECT_EQ(QApplication::focusWidget(), view.entryTable());
+
+    // From the tree to the entries without a mouse.
+    view.groupTree()->setFocus();
+    view.entryTable()->clearSelection();
+    view.entryTable()->setCurrentIndex({});
+    QTest::keyClick(view.groupTree(), Qt::Key_Return);
+    EXPECT_EQ(QApplication::focusWidget(), view.entryTable());
+    ASSERT_TRUE(view.selectedEntry());
+    EXPECT_EQ(view.selectedEntry()->title(), "item 10");
 }
 
 // Draws the demo database; with QUILLON_SCREENSHOT_DIR set the picture is saved there to be looked at.
