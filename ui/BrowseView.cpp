@@ -181,9 +181,10 @@ bool BrowseView::eventFilter(QObject* watched, QEvent* event)
         table_->setFocus(Qt::OtherFocusReason);
         return true;
     }
-    // Return on a group goes on to its entries, the first one selected when none is (a rename in progress
-    // has the editor's keys, not the tree's).
-    if (watched == tree_ && (key == Qt::Key_Return || key == Qt::Key_Enter)) {
+    // Return on a group, or Return or Down in the search field, goes on to the entries listed, the first one
+    // selected when none is (a rename in progress has the editor's keys, not the tree's).
+    const bool toEntries = key == Qt::Key_Return || key == Qt::Key_Enter || (watched == search_ && key == Qt::Key_Down);
+    if ((watched == tree_ || watched == search_) && toEntries) {
         if (!table_->currentIndex().isValid() && sortProxy_->rowCount() > 0)
             table_->setCurrentIndex(sortProxy_->index(0, 0));
         table_->setFocus(Qt::TabFocusReason);

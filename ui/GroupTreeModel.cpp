@@ -50,6 +50,7 @@ GroupTreeModel::GroupTreeModel(state::DatabaseSession& session, QObject* parent)
     connect(&session, &S::itemAboutToBeMoved, this, &GroupTreeModel::aboutToMove);
     connect(&session, &S::itemMoved, this, &GroupTreeModel::moved);
     connect(&session, &S::itemChanged, this, &GroupTreeModel::changed);
+    connect(&session, &S::databaseChanged, this, &GroupTreeModel::databaseChanged);
     connect(&session, &S::documentReset, this, &GroupTreeModel::reset);
 }
 
@@ -106,6 +107,7 @@ bool GroupTreeModel::isBinElement(pugi::xml_node element) const
     if (binRevision_ != document.revision()) {
         const auto bin = model::findBin(document);
         bin_ = bin ? bin->element() : pugi::xml_node();
+        binUuid_ = bin ? std::string(bin->uuid()) : std::string();
         binRevision_ = document.revision();
     }
     return element == bin_;
@@ -223,10 +225,29 @@ void GroupTreeModel::changed(pugi::xml_node element, state::ItemKind kind)
         Q_EMIT dataChanged(at, at);
 }
 
+void GroupTreeModel::databaseChanged()
+{
+    if (!session_.isOpen())
+        return;
+    auto& document = session_.document();
+    const auto before = binUuid_;
+    const auto bin = model::findBin(document);
+    if ((bin ? bin->uuid() : std::string_view()) == before)
+        return;
+    binRevision_ = ~std::uint64_t{0};
+    for (const auto& uuid : {before, bin ? std::string(bin->uuid()) : std::string()}) {
+        const auto group = uuid.empty() ? std::nullopt : document.findGroup(uuid);
+        if (const auto at = group ? indexOf(group->element()) : QModelIndex(); at.isValid())
+            Q_EMIT dataChanged(at, at, {Qt::DecorationRole});
+    }
+    isBinElement(pugi::xml_node());
+}
+
 void GroupTreeModel::reset()
 {
     beginResetModel();
     bin_ = {};
+    binUuid_.clear();
     binRevision_ = ~std::uint64_t{0};
     pending_ = Pending::none;
     endResetModel();

@@ -7,6 +7,7 @@
 #include <QAbstractItemModel>
 
 #include <optional>
+#include <string>
 
 namespace quillon::ui {
 
@@ -46,6 +47,8 @@ private:
     void aboutToMove(pugi::xml_node element, state::ItemKind kind, int fromRow, pugi::xml_node newParent, int toRow);
     void moved(pugi::xml_node element, state::ItemKind kind);
     void changed(pugi::xml_node element, state::ItemKind kind);
+    // The bin may now be another group: both rows draw again.
+    void databaseChanged();
     void reset();
 
     enum class Pending { none, insert, remove, move };
@@ -56,6 +59,8 @@ private:
     // The bin is looked up again only after the document changed.
     mutable pugi::xml_node bin_;
     mutable std::uint64_t binRevision_ = ~std::uint64_t{0};
+    // Found again by identity, since the element it named may be gone.
+    mutable std::string binUuid_;
 };
 
 } // namespace quillon::ui
