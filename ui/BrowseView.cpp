@@ -1,5 +1,6 @@
 #include "ui/BrowseView.h"
 
+#include "ui/BrowseTexts.h"
 #include "ui/EntrySortProxy.h"
 #include "ui/EntryTableModel.h"
 #include "ui/GroupTreeModel.h"
@@ -68,12 +69,12 @@ BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     tree_->setHeaderHidden(true);
     tree_->setUniformRowHeights(true);
     tree_->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed);
-    tree_->setAccessibleName(QStringLiteral("Groups"));
+    tree_->setAccessibleName(browseText::groupsName);
     tree_->installEventFilter(this);
 
     sortProxy_->setSourceModel(entryModel_);
     table_->setModel(sortProxy_);
-    table_->setAccessibleName(QStringLiteral("Entries"));
+    table_->setAccessibleName(browseText::entriesName);
     table_->setSelectionBehavior(QAbstractItemView::SelectRows);
     table_->setSelectionMode(QAbstractItemView::SingleSelection);
     table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -104,15 +105,15 @@ BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     setTabOrder(tree_, table_);
 
     search_->hide();
-    search_->setPlaceholderText(QStringLiteral("Search"));
-    search_->setAccessibleName(QStringLiteral("Search"));
+    search_->setPlaceholderText(browseText::searchName);
+    search_->setAccessibleName(browseText::searchName);
     search_->setClearButtonEnabled(true);
     search_->installEventFilter(this);
     connect(search_, &QLineEdit::textChanged, this, [this](const QString& text) {
         entryModel_->setSearch(text, scope_);
     });
 
-    findAction_->setText(QStringLiteral("Find"));
+    findAction_->setText(browseText::findAction);
     findAction_->setShortcut(QKeySequence::Find);
     findAction_->setShortcutContext(Qt::WindowShortcut);
     addAction(findAction_);

@@ -1,6 +1,7 @@
 #include "ui/EntryTableModel.h"
 
 #include "model/Nodes.h"
+#include "ui/BrowseTexts.h"
 
 #include <QDateTime>
 #include <QLocale>
@@ -97,13 +98,13 @@ QVariant EntryTableModel::headerData(int section, Qt::Orientation orientation, i
         return QAbstractTableModel::headerData(section, orientation, role);
     switch (section) {
     case title:
-        return QStringLiteral("Title");
+        return browseText::titleColumn;
     case username:
-        return QStringLiteral("Username");
+        return browseText::usernameColumn;
     case password:
-        return QStringLiteral("Password");
+        return browseText::passwordColumn;
     case modified:
-        return QStringLiteral("Modified");
+        return browseText::modifiedColumn;
     default:
         return {};
     }
