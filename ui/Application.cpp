@@ -18,8 +18,14 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 namespace quillon::ui {
+namespace {
+
+constexpr const char* usage = "usage: quillon [FILE…] | --verify <path> [password] | --self-test\n";
+
+} // namespace
 
 std::optional<QStringList> filesFromArguments(const QStringList& arguments)
 {
@@ -34,15 +40,19 @@ std::optional<QStringList> filesFromArguments(const QStringList& arguments)
 
 int runApplication(int& argc, char** argv)
 {
+    // Long options belong to the windowless modes; single-dash ones may be Qt's own (-platform, -style).
+    for (int i = 1; i < argc; ++i)
+        if (std::string_view(argv[i]).starts_with("--")) {
+            std::fputs(usage, stdout);
+            return 2;
+        }
     const auto has = [](const char* name) {
         const char* value = std::getenv(name);
         return value && *value;
     };
     if (!has("QT_QPA_PLATFORM") && !has("DISPLAY") && !has("WAYLAND_DISPLAY")) {
-        std::fputs("No display to show windows on (DISPLAY and WAYLAND_DISPLAY are unset).\n"
-                   "usage: quillon [FILE…] | --verify <path> [password] | --self-test\n",
-                   stderr);
-        return 2;
+        std::fputs("No display to show windows on: DISPLAY and WAYLAND_DISPLAY are unset.\n", stdout);
+        return 1;
     }
     QApplication application(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Quillon"));
@@ -52,7 +62,7 @@ int runApplication(int& argc, char** argv)
 
     const auto files = filesFromArguments(QApplication::arguments().mid(1));
     if (!files) {
-        std::fputs("usage: quillon [FILE…] | --verify <path> [password] | --self-test\n", stderr);
+        std::fputs(usage, stdout);
         return 2;
     }
     SingleInstance instance;

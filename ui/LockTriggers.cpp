@@ -14,10 +14,13 @@ namespace quillon::ui {
 LockTriggers::LockTriggers(Targets targets, QObject* parent) : QObject(parent), targets_(std::move(targets))
 {
     timer_.setInterval(1000);
-    connect(&timer_, &QTimer::timeout, this, [this] {
-        if (targets_.tick)
-            targets_.tick();
-    });
+    connect(&timer_, &QTimer::timeout, this, &LockTriggers::tick);
+}
+
+void LockTriggers::tick()
+{
+    if (targets_.tick)
+        targets_.tick();
 }
 
 void LockTriggers::watchApplication()

@@ -27,7 +27,8 @@ public:
     // bus. A bus that is not connected is passed over without a word.
     void listenOn(const QDBusConnection& sessionBus, const QDBusConnection& systemBus);
 
-    QTimer& timer() noexcept { return timer_; }
+    // What the timer runs each second.
+    void tick();
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
