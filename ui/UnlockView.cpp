@@ -146,7 +146,7 @@ void UnlockView::refresh()
     removeKeyFile_->setVisible(screen.keyFile.has_value());
     // In PIN mode a single Unlock button; otherwise its menu offers to set a PIN.
     unlock_->setMenu(screen.pinMode ? nullptr : unlockMenu_);
-    unlock_->setPopupMode(QToolButton::MenuButtonPopup);
+    unlock_->setPopupMode(screen.pinMode ? QToolButton::DelayedPopup : QToolButton::MenuButtonPopup);
     setPIN_->setEnabled(!screen.pinMode);
     const bool idle = !screen.unlocking;
     field_->setEnabled(idle);
