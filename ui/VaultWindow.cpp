@@ -12,6 +12,7 @@
 #include <QApplication>
 #include <QLabel>
 #include <QLineEdit>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace quillon::ui {
@@ -37,8 +38,8 @@ QWidget* plainPage(state::DatabaseSession& session, QWidget* parent)
     font.setWeight(QFont::DemiBold);
     name->setFont(font);
     name->setAlignment(Qt::AlignCenter);
-    const auto entries = session.document().topGroup() ? session.document().topGroup()->allEntries().size() : 0;
-    auto* count = new QLabel(entries == 1 ? QStringLiteral("1 entry") : QStringLiteral("%1 entries").arg(entries), page);
+    // Nothing here walks the document: a large one would hold up the event loop right after its unlock.
+    auto* count = new QLabel(QStringLiteral("Unlocked"), page);
     count->setAlignment(Qt::AlignCenter);
     count->setForegroundRole(QPalette::PlaceholderText);
     auto* column = new QVBoxLayout(page);
@@ -151,12 +152,25 @@ void VaultWindow::unlockedFromFile()
     const auto location = path();
     if (!location)
         return;
-    context_.recents.add(*location);
     const QString canonical = fromPath(files::canonicalPath(*session_->location()));
-    context_.preferences.setLastDatabasePath(canonical);
     const auto& keyFile = session_->unlockScreen().keyFile;
-    state::DatabaseMemory(context_.preferences)
-        .setKeyFile(keyFile ? std::optional(fromPath(files::canonicalPath(*keyFile))) : std::nullopt, canonical);
+    const auto keyText = keyFile ? std::optional(fromPath(files::canonicalPath(*keyFile))) : std::nullopt;
+    // Each write flushes the settings file to disk: one per turn of the event loop, and none that changes
+    // nothing, so the window stays responsive right after a large database opens.
+    QTimer::singleShot(0, this, [this, canonical] {
+        const QStringList recent = context_.recents.paths();
+        if (recent.isEmpty() || recent.front() != canonical)
+            context_.recents.add(canonical);
+    });
+    QTimer::singleShot(0, this, [this, canonical] {
+        if (context_.preferences.lastDatabasePath() != canonical)
+            context_.preferences.setLastDatabasePath(canonical);
+    });
+    QTimer::singleShot(0, this, [this, canonical, keyText] {
+        state::DatabaseMemory memory(context_.preferences);
+        if (memory.keyFile(canonical) != keyText)
+            memory.setKeyFile(keyText, canonical);
+    });
 }
 
 void VaultWindow::perform(Command command)

@@ -43,7 +43,9 @@ void UiRig::finishJobs()
         jobs.pop_front();
         job();
     }
-    QApplication::processEvents();
+    // The result, then what the window does in the turns after it.
+    for (int turn = 0; turn < 3; ++turn)
+        QApplication::processEvents();
 }
 
 QString UiRig::database(const char* name)
