@@ -12,6 +12,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
+#include <QShortcut>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <QVariantAnimation>
@@ -95,6 +96,12 @@ UnlockView::UnlockView(state::DatabaseSession& session, Asker& asker, QWidget* p
     unlock_->setMenu(unlockMenu_);
     connect(unlock_, &QToolButton::clicked, this, &UnlockView::unlock);
     connect(setPIN_, &QAction::triggered, this, &UnlockView::beginSettingPIN);
+    // The button's menu from the keyboard, as a combo box opens.
+    auto* openMenu = new QShortcut(QKeySequence(Qt::ALT | Qt::Key_Down), this, nullptr, nullptr, Qt::WidgetWithChildrenShortcut);
+    connect(openMenu, &QShortcut::activated, this, [this] {
+        if (unlock_->menu() && unlock_->isEnabled())
+            unlock_->showMenu();
+    });
     auto* buttonRow = new QHBoxLayout;
     buttonRow->addStretch();
     buttonRow->addWidget(unlock_);

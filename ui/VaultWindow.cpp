@@ -143,6 +143,7 @@ void VaultWindow::showPage()
         setCurrentWidget(unlock_);
         unlock_->focusField();
     } else {
+        start_->setRecent(context_.recents.paths());
         setCurrentWidget(start_);
     }
 }
