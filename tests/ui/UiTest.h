@@ -26,15 +26,15 @@ public:
     std::optional<QString> chooseFile(QWidget*, const QString& message, const QString&) override
     {
         asked << message;
-        if (answers.empty())
+        if (answers.isEmpty())
             return std::nullopt;
-        auto answer = answers.front();
-        answers.pop_front();
-        return answer;
+        const QString answer = answers.takeFirst();
+        return answer.isEmpty() ? std::nullopt : std::optional(answer);
     }
     QStringList warnings;
     QStringList asked;
-    std::deque<std::optional<QString>> answers;
+    // An empty answer cancels.
+    QStringList answers;
 };
 
 // A window manager over a private settings file, a held background queue and a clock the test moves.

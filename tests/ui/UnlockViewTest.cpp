@@ -43,7 +43,7 @@ TEST(UnlockView, everyStepOfUnlockingThroughTheWidgets)
 
     // A key file chosen and removed again.
     test::writeFile(rig.dir / "vault.key", std::string_view("not the key"));
-    rig.asker.answers.push_back(QString::fromStdString((rig.dir / "vault.key").string()));
+    rig.asker.answers.append(QString::fromStdString((rig.dir / "vault.key").string()));
     QTest::mouseClick(view->keyFileButton(), Qt::LeftButton);
     EXPECT_EQ(rig.asker.asked, QStringList{"Choose the key file"});
     EXPECT_EQ(view->keyFileLabel()->text(), QStringLiteral("vault.key"));
