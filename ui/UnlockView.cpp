@@ -20,11 +20,17 @@
 namespace quillon::ui {
 namespace {
 
+// Empties the field and its undo history, which holds every character typed; clear() would keep it.
+void emptyField(QLineEdit* field)
+{
+    field->setText(QString());
+}
+
 // The field's text as bytes; the field is emptied at once and the text's last copy overwritten.
 kdbx::SecureBytes takeTyped(QLineEdit* field)
 {
     QString text = field->text();
-    field->clear();
+    emptyField(field);
     QByteArray utf8 = text.toUtf8();
     auto bytes = kdbx::SecureBytes::fromText(std::string_view(utf8.constData(), static_cast<std::size_t>(utf8.size())));
     kdbx::secureWipe(utf8.data(), static_cast<std::size_t>(utf8.size()));
@@ -131,7 +137,7 @@ UnlockView::UnlockView(state::DatabaseSession& session, Asker& asker, QWidget* p
     fieldHolder_->layout()->setContentsMargins(10, 0, 10, 0);
 
     connect(&session_, &state::DatabaseSession::unlockScreenChanged, this, &UnlockView::refresh);
-    connect(&session_, &state::DatabaseSession::clearField, field_, &QLineEdit::clear);
+    connect(&session_, &state::DatabaseSession::clearField, field_, [this] { emptyField(field_); });
     connect(&session_, &state::DatabaseSession::shake, this, &UnlockView::shake);
     refresh();
 }
