@@ -15,7 +15,7 @@
 namespace quillon::app {
 namespace {
 
-constexpr std::string_view usage = "usage: quillon --verify <path> [password] | --self-test";
+constexpr std::string_view usage = "usage: quillon [FILE…] | --verify <path> [password] | --self-test";
 
 std::optional<std::string> homeOf(std::string_view user)
 {
@@ -133,7 +133,7 @@ int runCommandLine(int argc, char** argv, std::ostream& out)
     case Mode::selfTest:
         return runSelfTest(allSelfChecks(), out);
     case Mode::application:
-        // The graphical application is not part of this build yet.
+        // The windowed application starts from main(); here only the usage is left to say.
         out << usage << '\n';
         return 2;
     case Mode::verify:

@@ -32,7 +32,7 @@ extern char** environ;
 namespace {
 
 const std::string quillon = QUILLON_BINARY_DIR "/app/quillon";
-const std::string usageLine = "usage: quillon --verify <path> [password] | --self-test\n";
+const std::string usageLine = "usage: quillon [FILE…] | --verify <path> [password] | --self-test\n";
 
 ProcessResult runQuillon(std::vector<std::string> args, ProcessOptions options = {})
 {
@@ -106,7 +106,7 @@ TEST(CommandLine, programPrintsWhatEachFormAsksFor)
         int status;
     };
     const Case cases[] = {
-        {"nothing", {}, usageLine, 2},
+        {"nothing, without a display", {}, "No display to show windows on: DISPLAY and WAYLAND_DISPLAY are unset.\n", 1},
         {"verify alone", {"--verify"}, usageLine, 2},
         {"verify not first", {"x", "--verify", home + "/notkdbx.kdbx", "pw"}, usageLine, 2},
         {"empty path", {"--verify", ""}, "Not a file: (no path given)\n", 1},
@@ -121,6 +121,7 @@ TEST(CommandLine, programPrintsWhatEachFormAsksFor)
     for (const auto& c : cases) {
         ProcessOptions options;
         options.env["HOME"] = home;
+        options.unsetEnv = {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"};
         const auto r = runQuillon(c.args, options);
         EXPECT_EQ(r.out, c.out) << c.name;
         EXPECT_EQ(r.exitCode, c.status) << c.name;

@@ -20,6 +20,9 @@ int tierOf(const std::string& folder, const fs::path& file)
 {
     if (folder == "lock" && file.filename().string().starts_with("LockController"))
         return 2;
+    // The programs' entry points stand above everything, the windows included.
+    if (folder == "app" && file.filename().string().ends_with("main.cpp"))
+        return 4;
     return tiers.at(folder);
 }
 
