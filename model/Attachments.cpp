@@ -7,7 +7,7 @@
 namespace quillon::model {
 namespace {
 
-pugi::xml_node attachmentNamed(const Entry& entry, std::string_view name)
+pugi::xml_node attachmentNamed(const Entry &entry, std::string_view name)
 {
     for (const auto b : entry.element().children("Binary"))
         if (name == b.child_value("Key"))
@@ -17,7 +17,7 @@ pugi::xml_node attachmentNamed(const Entry& entry, std::string_view name)
 
 } // namespace
 
-std::optional<std::size_t> attachmentRef(const Entry& entry, std::string_view name)
+std::optional<std::size_t> attachmentRef(const Entry &entry, std::string_view name)
 {
     const auto b = attachmentNamed(entry, name);
     if (!b)
@@ -28,7 +28,7 @@ std::optional<std::size_t> attachmentRef(const Entry& entry, std::string_view na
     return static_cast<std::size_t>(*ref);
 }
 
-void setAttachment(const Entry& entry, std::string_view name, std::size_t poolIndex)
+void setAttachment(const Entry &entry, std::string_view name, std::size_t poolIndex)
 {
     const Document::ContentChange change(entry.document(), entry.element());
     auto existing = attachmentNamed(entry, name);
@@ -39,8 +39,8 @@ void setAttachment(const Entry& entry, std::string_view name, std::size_t poolIn
                 before = child;
                 break;
             }
-        existing = before ? entry.element().insert_child_before("Binary", before)
-                          : entry.element().append_child("Binary");
+        existing =
+            before ? entry.element().insert_child_before("Binary", before) : entry.element().append_child("Binary");
         nodes::setText(existing.append_child("Key"), name);
         existing.append_child("Value");
     }
@@ -54,7 +54,7 @@ void setAttachment(const Entry& entry, std::string_view name, std::size_t poolIn
     entry.touch();
 }
 
-bool removeAttachment(const Entry& entry, std::string_view name)
+bool removeAttachment(const Entry &entry, std::string_view name)
 {
     if (!attachmentNamed(entry, name))
         return false;

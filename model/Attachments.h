@@ -10,11 +10,11 @@
 namespace quillon::model {
 
 // The pool index an attachment refers to; none when the entry has no attachment of that name.
-std::optional<std::size_t> attachmentRef(const Entry& entry, std::string_view name);
+std::optional<std::size_t> attachmentRef(const Entry &entry, std::string_view name);
 // Adds the attachment or points the one of that name at another pool entry, then touches the entry.
 // Attachments go after the fields and before AutoType and History, where other programs put them.
-void setAttachment(const Entry& entry, std::string_view name, std::size_t poolIndex);
+void setAttachment(const Entry &entry, std::string_view name, std::size_t poolIndex);
 // False when there is none of that name.
-bool removeAttachment(const Entry& entry, std::string_view name);
+bool removeAttachment(const Entry &entry, std::string_view name);
 
 } // namespace quillon::model

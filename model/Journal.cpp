@@ -42,7 +42,7 @@ pugi::xml_node childAt(pugi::xml_node parent, std::uint32_t index)
     return n;
 }
 
-pugi::xml_node nodeAt(const pugi::xml_document& document, const std::vector<std::uint32_t>& path)
+pugi::xml_node nodeAt(const pugi::xml_document &document, const std::vector<std::uint32_t> &path)
 {
     pugi::xml_node n = document;
     for (const auto index : path)
@@ -65,7 +65,7 @@ pugi::xml_node placeBefore(pugi::xml_node parent, pugi::xml_node element, std::u
 
 // Own content is kept as <c> with the attributes on <a> and each other child in a <p n="k">, k being the
 // number of items ahead of it, so that it returns to the same place among the items that stay.
-void restoreContent(Document& document, pugi::xml_node element, pugi::xml_node saved)
+void restoreContent(Document &document, pugi::xml_node element, pugi::xml_node saved)
 {
     const Document::ContentChange change(document, element);
     while (auto a = element.first_attribute())
@@ -122,8 +122,8 @@ pugi::xml_node Journal::captureContent(pugi::xml_node element)
 
 void Journal::closeOpen()
 {
-    for (const auto& [node, index] : openContent_) {
-        auto& record = records_[index];
+    for (const auto &[node, index] : openContent_) {
+        auto &record = records_[index];
         record.after = captureContent(record.open);
         record.open = {};
     }
@@ -189,14 +189,14 @@ void Journal::aboutToMove(pugi::xml_node element, pugi::xml_node newParent, pugi
 
 void Journal::moved(pugi::xml_node element, pugi::xml_node oldParent)
 {
-    auto& record = records_.back();
+    auto &record = records_.back();
     record.elementAfter = pathOf(element);
     record.sourceAfter = pathOf(oldParent);
 }
 
-void Journal::undo(Document& document) const
+void Journal::undo(Document &document) const
 {
-    const auto& tree = document.xml();
+    const auto &tree = document.xml();
     for (auto r = records_.rbegin(); r != records_.rend(); ++r) {
         switch (r->kind) {
         case Kind::content:
@@ -220,10 +220,10 @@ void Journal::undo(Document& document) const
     }
 }
 
-void Journal::redo(Document& document) const
+void Journal::redo(Document &document) const
 {
-    const auto& tree = document.xml();
-    for (const auto& r : records_) {
+    const auto &tree = document.xml();
+    for (const auto &r : records_) {
         switch (r.kind) {
         case Kind::content:
             restoreContent(document, nodeAt(tree, r.path), r.after);

@@ -18,12 +18,13 @@ namespace quillon::model {
 // undo and redo replay journals strictly in stack order, each on the very tree it recorded.
 //
 // The copies live in a document of the journal's own, allocated like every tree through the wiping heap.
-class Journal final : public DocumentObserver {
+class Journal final : public DocumentObserver
+{
 public:
     Journal();
     ~Journal() override;
-    Journal(const Journal&) = delete;
-    Journal& operator=(const Journal&) = delete;
+    Journal(const Journal &) = delete;
+    Journal &operator=(const Journal &) = delete;
 
     void aboutToInsert(pugi::xml_node parent, pugi::xml_node before, pugi::xml_node prototype) override;
     void inserted(pugi::xml_node element) override;
@@ -39,15 +40,15 @@ public:
     bool empty() const noexcept { return records_.empty(); }
 
     // Through the document's primitives, so that its observer hears of every step.
-    void undo(Document& document) const;
-    void redo(Document& document) const;
+    void undo(Document &document) const;
+    void redo(Document &document) const;
 
 private:
     using Path = std::vector<std::uint32_t>;
     enum class Kind : std::uint8_t { content, insert, remove, move };
     struct Record {
         Kind kind = Kind::content;
-        Path path;        // content: the element; insert/remove: the parent; move: the element before
+        Path path;               // content: the element; insert/remove: the parent; move: the element before
         std::uint32_t index = 0; // insert/remove: position in the parent; move: position before
         pugi::xml_node before;   // content: own content before; remove: the element
         pugi::xml_node after;    // content: own content after; insert: the element
@@ -62,7 +63,7 @@ private:
 
     std::unique_ptr<pugi::xml_document> store_;
     std::vector<Record> records_;
-    std::unordered_map<pugi::xml_node_struct*, std::size_t> openContent_;
+    std::unordered_map<pugi::xml_node_struct *, std::size_t> openContent_;
 };
 
 } // namespace quillon::model

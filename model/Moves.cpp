@@ -7,7 +7,7 @@
 namespace quillon::model {
 namespace {
 
-bool isBinGroup(const Group& group)
+bool isBinGroup(const Group &group)
 {
     const auto bin = findBin(group.document());
     return bin && bin->element() == group.element();
@@ -19,7 +19,7 @@ pugi::xml_node nextOfKind(pugi::xml_node item)
     return item.next_sibling(item.name());
 }
 
-bool reorderNode(Document& document, pugi::xml_node item, pugi::xml_node before)
+bool reorderNode(Document &document, pugi::xml_node item, pugi::xml_node before)
 {
     auto parent = item.parent();
     if (item == before || !parent || parent.type() != pugi::node_element)
@@ -49,32 +49,32 @@ MoveResult deleteByMove(DeleteResult result)
 
 } // namespace
 
-bool moveDeletesPermanently(const Entry& entry, const Group& target)
+bool moveDeletesPermanently(const Entry &entry, const Group &target)
 {
     return entry.element().parent() != target.element() && isBinGroup(target) && !isInsideBin(entry) &&
            !isBinEnabled(entry.document());
 }
 
-bool moveDeletesPermanently(const Group& group, const Group& target)
+bool moveDeletesPermanently(const Group &group, const Group &target)
 {
     return canMoveGroup(group, target) && group.element().parent() != target.element() && isBinGroup(target) &&
            !isInsideBin(group) && !isBinEnabled(group.document());
 }
 
-MoveResult moveEntry(const Entry& entry, const Group& target)
+MoveResult moveEntry(const Entry &entry, const Group &target)
 {
     if (entry.element().parent() == target.element())
         return MoveResult::refused;
     if (isBinGroup(target) && !isInsideBin(entry))
         return deleteByMove(deleteEntry(entry));
-    auto& document = entry.document();
+    auto &document = entry.document();
     document.moveElement(entry.element(), target.element(), {});
     const Document::ContentChange change(document, entry.element());
     nodes::stampTime(entry.element(), "LocationChanged", document.now());
     return MoveResult::moved;
 }
 
-bool canMoveGroup(const Group& group, const Group& target)
+bool canMoveGroup(const Group &group, const Group &target)
 {
     const auto top = group.document().topGroup();
     if (top && top->element() == group.element())
@@ -86,7 +86,7 @@ bool canMoveGroup(const Group& group, const Group& target)
     return true;
 }
 
-MoveResult moveGroup(const Group& group, const Group& target, const std::optional<Group>& before)
+MoveResult moveGroup(const Group &group, const Group &target, const std::optional<Group> &before)
 {
     if (!canMoveGroup(group, target) || (before && before->element() == group.element()))
         return MoveResult::refused;
@@ -98,7 +98,7 @@ MoveResult moveGroup(const Group& group, const Group& target, const std::optiona
     const auto beforeNode = before ? before->element() : pugi::xml_node();
     if (oldParent == target.element() && nextOfKind(group.element()) == beforeNode)
         return MoveResult::refused;
-    auto& document = group.document();
+    auto &document = group.document();
     document.moveElement(group.element(), target.element(), beforeNode);
     if (oldParent != target.element()) {
         const Document::ContentChange change(document, group.element());
@@ -107,12 +107,12 @@ MoveResult moveGroup(const Group& group, const Group& target, const std::optiona
     return MoveResult::moved;
 }
 
-bool reorder(const Entry& item, const std::optional<Entry>& before)
+bool reorder(const Entry &item, const std::optional<Entry> &before)
 {
     return reorderNode(item.document(), item.element(), before ? before->element() : pugi::xml_node());
 }
 
-bool reorder(const Group& item, const std::optional<Group>& before)
+bool reorder(const Group &item, const std::optional<Group> &before)
 {
     return reorderNode(item.document(), item.element(), before ? before->element() : pugi::xml_node());
 }

@@ -35,7 +35,7 @@ int rowOf(pugi::xml_node element)
 }
 
 // The row an item of that name lands on when it goes in ahead of `before` (or last), counted beforehand.
-int rowBefore(pugi::xml_node parent, pugi::xml_node before, const char* name)
+int rowBefore(pugi::xml_node parent, pugi::xml_node before, const char *name)
 {
     int row = 0;
     for (auto n = parent.first_child(); n && n != before; n = n.next_sibling())
@@ -49,11 +49,12 @@ int rowBefore(pugi::xml_node parent, pugi::xml_node before, const char* name)
 // Turns the document's own account of each change into the session's signals, and hands it to the journal
 // of the command being recorded. Content changes are gathered and told once, before the next structural
 // change or at the end of the command, so one edit is one dataChanged.
-class DatabaseSession::Notifier final : public model::DocumentObserver {
+class DatabaseSession::Notifier final : public model::DocumentObserver
+{
 public:
-    explicit Notifier(DatabaseSession& session) : session_(session) {}
+    explicit Notifier(DatabaseSession &session) : session_(session) {}
 
-    model::Journal* journal = nullptr;
+    model::Journal *journal = nullptr;
 
     void aboutToInsert(pugi::xml_node parent, pugi::xml_node before, pugi::xml_node prototype) override
     {
@@ -143,13 +144,13 @@ public:
     void touchDatabase() noexcept { metaTouched_ = true; }
 
 private:
-    DatabaseSession& session_;
+    DatabaseSession &session_;
     std::vector<pugi::xml_node> changed_;
     std::optional<ItemKind> removing_;
     bool metaTouched_ = false;
 };
 
-DatabaseSession::DatabaseSession(SessionServices services, QObject* parent)
+DatabaseSession::DatabaseSession(SessionServices services, QObject *parent)
     : QObject(parent), services_(std::move(services)), notifier_(std::make_unique<Notifier>(*this)),
       receiver_(std::make_shared<QObject>())
 {
@@ -170,7 +171,7 @@ DatabaseSession::~DatabaseSession()
         services_.openFiles->release(owner_);
 }
 
-files::Owner DatabaseSession::openLocation(const std::filesystem::path& location)
+files::Owner DatabaseSession::openLocation(const std::filesystem::path &location)
 {
     if (services_.openFiles) {
         if (auto other = services_.openFiles->owner(location, owner_))
@@ -199,8 +200,8 @@ void DatabaseSession::adopt(std::optional<std::filesystem::path> location, std::
         services_.openFiles->claim(*location, owner_);
     location_ = std::move(location);
     unlockSource_.reset();
-    auto database = std::make_unique<files::DatabaseFile>(location_.value_or(std::filesystem::path()),
-                                                          std::move(file), std::move(stamp));
+    auto database = std::make_unique<files::DatabaseFile>(location_.value_or(std::filesystem::path()), std::move(file),
+                                                          std::move(stamp));
     attach(std::move(database), std::move(credentials));
     undo_.clear();
     if (location_)
@@ -223,7 +224,7 @@ QString DatabaseSession::displayName() const
     return QString::fromStdString(location_->filename().string());
 }
 
-const std::optional<files::DiskStamp>& DatabaseSession::stamp() const noexcept
+const std::optional<files::DiskStamp> &DatabaseSession::stamp() const noexcept
 {
     static const std::optional<files::DiskStamp> none;
     return file_ ? file_->stamp() : none;
@@ -265,8 +266,7 @@ void DatabaseSession::dirtyMaybeChanged()
     }
 }
 
-template <class Change>
-auto DatabaseSession::perform(const QString& text, Change&& change)
+template <class Change> auto DatabaseSession::perform(const QString &text, Change &&change)
 {
     auto command = std::make_unique<Command>(text);
     notifier_->journal = &command->journal();
@@ -291,26 +291,26 @@ auto DatabaseSession::perform(const QString& text, Change&& change)
     }
 }
 
-bool DatabaseSession::editField(const model::Entry& entry, std::string_view name, std::string_view text)
+bool DatabaseSession::editField(const model::Entry &entry, std::string_view name, std::string_view text)
 {
-    return perform(QStringLiteral("Edit"), [&](Command&) { return model::editField(entry, name, text); });
+    return perform(QStringLiteral("Edit"), [&](Command &) { return model::editField(entry, name, text); });
 }
 
-bool DatabaseSession::setField(const model::Entry& entry, std::string_view name, std::string_view text,
+bool DatabaseSession::setField(const model::Entry &entry, std::string_view name, std::string_view text,
                                bool isProtected)
 {
     const auto current = entry.field(name);
     if (current && model::nodes::sameText(*current, text) && entry.isFieldProtected(name) == isProtected)
         return false;
-    return perform(QStringLiteral("Edit Field"), [&](Command&) {
+    return perform(QStringLiteral("Edit Field"), [&](Command &) {
         model::snapshot(entry);
         return entry.setField(name, text, isProtected);
     });
 }
 
-bool DatabaseSession::editFields(const model::Entry& entry, const std::vector<FieldEdit>& edits)
+bool DatabaseSession::editFields(const model::Entry &entry, const std::vector<FieldEdit> &edits)
 {
-    const auto changes = [&](const FieldEdit& edit) {
+    const auto changes = [&](const FieldEdit &edit) {
         const auto current = entry.field(edit.name);
         if (!edit.text)
             return current.has_value();
@@ -319,9 +319,9 @@ bool DatabaseSession::editFields(const model::Entry& entry, const std::vector<Fi
     };
     if (std::none_of(edits.begin(), edits.end(), changes))
         return false;
-    return perform(QStringLiteral("Edit"), [&](Command&) {
+    return perform(QStringLiteral("Edit"), [&](Command &) {
         model::snapshot(entry);
-        for (const auto& edit : edits) {
+        for (const auto &edit : edits) {
             if (edit.text)
                 entry.setField(edit.name, *edit.text, edit.isProtected);
             else
@@ -331,46 +331,46 @@ bool DatabaseSession::editFields(const model::Entry& entry, const std::vector<Fi
     });
 }
 
-bool DatabaseSession::renameField(const model::Entry& entry, std::string_view from, std::string_view to)
+bool DatabaseSession::renameField(const model::Entry &entry, std::string_view from, std::string_view to)
 {
     const auto value = entry.field(from);
     if (!value || from == to || entry.field(to) || model::isStandardField(from) || model::isStandardField(to))
         return false;
     const auto text = kdbx::SecureBytes::fromText(*value); // copied before the element it lives in goes
     const bool isProtected = entry.isFieldProtected(from);
-    return perform(QStringLiteral("Rename Field"), [&](Command&) {
+    return perform(QStringLiteral("Rename Field"), [&](Command &) {
         model::snapshot(entry);
         entry.removeField(from);
         return entry.setField(to, text.view(), isProtected);
     });
 }
 
-bool DatabaseSession::removeField(const model::Entry& entry, std::string_view name)
+bool DatabaseSession::removeField(const model::Entry &entry, std::string_view name)
 {
     if (!entry.field(name))
         return false;
-    return perform(QStringLiteral("Remove Field"), [&](Command&) {
+    return perform(QStringLiteral("Remove Field"), [&](Command &) {
         model::snapshot(entry);
         return entry.removeField(name);
     });
 }
 
-bool DatabaseSession::setExpiry(const model::Entry& entry, std::optional<model::Time> when)
+bool DatabaseSession::setExpiry(const model::Entry &entry, std::optional<model::Time> when)
 {
     if (entry.expiry() == when || !entry.element().child("Times"))
         return false;
-    return perform(QStringLiteral("Change Expiry"), [&](Command&) {
+    return perform(QStringLiteral("Change Expiry"), [&](Command &) {
         model::snapshot(entry);
         return entry.setExpiry(when);
     });
 }
 
-bool DatabaseSession::addAttachment(const model::Entry& entry, std::string_view name, kdbx::SecureBytes content)
+bool DatabaseSession::addAttachment(const model::Entry &entry, std::string_view name, kdbx::SecureBytes content)
 {
     if (name.empty())
         return false;
-    return perform(QStringLiteral("Add Attachment"), [&](Command& command) {
-        auto& pool = kdbx().inner.binaries;
+    return perform(QStringLiteral("Add Attachment"), [&](Command &command) {
+        auto &pool = kdbx().inner.binaries;
         std::optional<std::size_t> index;
         for (std::size_t i = 0; i < pool.size() && !index; ++i)
             if (pool[i].data.size() == content.size() &&
@@ -396,82 +396,82 @@ bool DatabaseSession::addAttachment(const model::Entry& entry, std::string_view 
     });
 }
 
-bool DatabaseSession::removeAttachment(const model::Entry& entry, std::string_view name)
+bool DatabaseSession::removeAttachment(const model::Entry &entry, std::string_view name)
 {
     if (!model::attachmentRef(entry, name))
         return false;
     // The pool entry stays: the history version made first still refers to it.
-    return perform(QStringLiteral("Remove Attachment"), [&](Command&) {
+    return perform(QStringLiteral("Remove Attachment"), [&](Command &) {
         model::snapshot(entry);
         return model::removeAttachment(entry, name);
     });
 }
 
-std::optional<model::Entry> DatabaseSession::newEntry(const model::Group& parent, std::string_view title,
-                                                      const std::vector<FieldEdit>& fields)
+std::optional<model::Entry> DatabaseSession::newEntry(const model::Group &parent, std::string_view title,
+                                                      const std::vector<FieldEdit> &fields)
 {
-    return perform(QStringLiteral("New Entry"), [&](Command&) {
+    return perform(QStringLiteral("New Entry"), [&](Command &) {
         const auto entry = document_->newEntry(parent, title);
-        for (const auto& f : fields)
+        for (const auto &f : fields)
             if (f.text)
                 entry.setField(f.name, *f.text, f.isProtected);
         return std::optional(entry);
     });
 }
 
-std::optional<model::Group> DatabaseSession::newGroup(const model::Group& parent, std::string_view name)
+std::optional<model::Group> DatabaseSession::newGroup(const model::Group &parent, std::string_view name)
 {
     return perform(QStringLiteral("New Group"),
-                   [&](Command&) { return std::optional(document_->newGroup(parent, name)); });
+                   [&](Command &) { return std::optional(document_->newGroup(parent, name)); });
 }
 
-bool DatabaseSession::renameGroup(const model::Group& group, std::string_view name)
+bool DatabaseSession::renameGroup(const model::Group &group, std::string_view name)
 {
-    return perform(QStringLiteral("Rename Group"), [&](Command&) { return group.rename(name); });
+    return perform(QStringLiteral("Rename Group"), [&](Command &) { return group.rename(name); });
 }
 
-model::MoveResult DatabaseSession::moveEntry(const model::Entry& entry, const model::Group& target)
+model::MoveResult DatabaseSession::moveEntry(const model::Entry &entry, const model::Group &target)
 {
-    return perform(QStringLiteral("Move"), [&](Command&) { return model::moveEntry(entry, target); });
+    return perform(QStringLiteral("Move"), [&](Command &) { return model::moveEntry(entry, target); });
 }
 
-model::MoveResult DatabaseSession::moveGroup(const model::Group& group, const model::Group& target,
-                                             const std::optional<model::Group>& before)
+model::MoveResult DatabaseSession::moveGroup(const model::Group &group, const model::Group &target,
+                                             const std::optional<model::Group> &before)
 {
-    return perform(QStringLiteral("Move"), [&](Command&) { return model::moveGroup(group, target, before); });
+    return perform(QStringLiteral("Move"), [&](Command &) { return model::moveGroup(group, target, before); });
 }
 
-bool DatabaseSession::reorder(const model::Entry& entry, const std::optional<model::Entry>& before)
+bool DatabaseSession::reorder(const model::Entry &entry, const std::optional<model::Entry> &before)
 {
-    return perform(QStringLiteral("Reorder"), [&](Command&) { return model::reorder(entry, before); });
+    return perform(QStringLiteral("Reorder"), [&](Command &) { return model::reorder(entry, before); });
 }
 
-bool DatabaseSession::reorder(const model::Group& group, const std::optional<model::Group>& before)
+bool DatabaseSession::reorder(const model::Group &group, const std::optional<model::Group> &before)
 {
-    return perform(QStringLiteral("Reorder"), [&](Command&) { return model::reorder(group, before); });
+    return perform(QStringLiteral("Reorder"), [&](Command &) { return model::reorder(group, before); });
 }
 
-model::DeleteResult DatabaseSession::deleteEntry(const model::Entry& entry)
+model::DeleteResult DatabaseSession::deleteEntry(const model::Entry &entry)
 {
-    return perform(QStringLiteral("Delete"), [&](Command&) { return model::deleteEntry(entry); });
+    return perform(QStringLiteral("Delete"), [&](Command &) { return model::deleteEntry(entry); });
 }
 
-model::DeleteResult DatabaseSession::deleteGroup(const model::Group& group)
+model::DeleteResult DatabaseSession::deleteGroup(const model::Group &group)
 {
-    return perform(QStringLiteral("Delete"), [&](Command&) { return model::deleteGroup(group); });
+    return perform(QStringLiteral("Delete"), [&](Command &) { return model::deleteGroup(group); });
 }
 
-void DatabaseSession::deletePermanently(const model::Entry& entry)
+void DatabaseSession::deletePermanently(const model::Entry &entry)
 {
-    perform(QStringLiteral("Delete Permanently"), [&](Command&) {
+    perform(QStringLiteral("Delete Permanently"), [&](Command &) {
         model::deletePermanently(entry);
         return true;
     });
 }
 
-void DatabaseSession::deletePermanently(const model::Group& group)
+void DatabaseSession::deletePermanently(const model::Group &group)
 {
-    perform(QStringLiteral("Delete Permanently"), [&](Command&) {
+    perform(QStringLiteral("Delete Permanently"), [&](Command &) {
         model::deletePermanently(group);
         return true;
     });
@@ -479,31 +479,31 @@ void DatabaseSession::deletePermanently(const model::Group& group)
 
 model::DeleteResult DatabaseSession::emptyBin()
 {
-    return perform(QStringLiteral("Empty Recycle Bin"), [&](Command&) { return model::emptyBin(*document_); });
+    return perform(QStringLiteral("Empty Recycle Bin"), [&](Command &) { return model::emptyBin(*document_); });
 }
 
-bool DatabaseSession::restore(const model::Entry& entry)
+bool DatabaseSession::restore(const model::Entry &entry)
 {
-    return perform(QStringLiteral("Restore"), [&](Command&) { return model::restore(entry); });
+    return perform(QStringLiteral("Restore"), [&](Command &) { return model::restore(entry); });
 }
 
-bool DatabaseSession::restore(const model::Group& group)
+bool DatabaseSession::restore(const model::Group &group)
 {
-    return perform(QStringLiteral("Restore"), [&](Command&) { return model::restore(group); });
+    return perform(QStringLiteral("Restore"), [&](Command &) { return model::restore(group); });
 }
 
-bool DatabaseSession::restoreVersion(const model::Entry& entry, const model::Entry& version)
+bool DatabaseSession::restoreVersion(const model::Entry &entry, const model::Entry &version)
 {
-    return perform(QStringLiteral("Restore Version"), [&](Command&) {
+    return perform(QStringLiteral("Restore Version"), [&](Command &) {
         model::restoreVersion(entry, version);
         return true;
     });
 }
 
-bool DatabaseSession::changeSettings(const QString& text,
-                                     const std::function<void(kdbx::OuterHeader&, model::Document&)>& change)
+bool DatabaseSession::changeSettings(const QString &text,
+                                     const std::function<void(kdbx::OuterHeader &, model::Document &)> &change)
 {
-    return perform(text, [&](Command& command) {
+    return perform(text, [&](Command &command) {
         auto before = std::make_shared<kdbx::OuterHeader>(kdbx().header);
         change(kdbx().header, *document_);
         auto after = std::make_shared<kdbx::OuterHeader>(kdbx().header);
@@ -527,7 +527,7 @@ bool DatabaseSession::changeCredentials(kdbx::Credentials credentials)
 {
     if (!credentials_)
         return false;
-    return perform(QStringLiteral("Change Password"), [&](Command& command) {
+    return perform(QStringLiteral("Change Password"), [&](Command &command) {
         auto before = std::make_shared<kdbx::Credentials>(credentials_->copy());
         auto after = std::make_shared<kdbx::Credentials>(std::move(credentials));
         credentials_ = after->copy();
@@ -579,8 +579,8 @@ files::BackupSetting DatabaseSession::backupSetting() const
     return setting;
 }
 
-files::PreSaveBackup::Outcome DatabaseSession::saveTo(const std::filesystem::path& location,
-                                                      const std::optional<files::DiskStamp>& expected)
+files::PreSaveBackup::Outcome DatabaseSession::saveTo(const std::filesystem::path &location,
+                                                      const std::optional<files::DiskStamp> &expected)
 {
     if (!file_ || !credentials_ || saving_)
         throw std::logic_error("nothing to save, or a save is running");
@@ -592,8 +592,8 @@ files::PreSaveBackup::Outcome DatabaseSession::saveTo(const std::filesystem::pat
     return done.backup;
 }
 
-bool DatabaseSession::saveInBackground(const std::filesystem::path& location,
-                                       const std::optional<files::DiskStamp>& expected)
+bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
+                                       const std::optional<files::DiskStamp> &expected)
 {
     if (!file_ || !credentials_ || saving_)
         return false;
@@ -612,38 +612,44 @@ bool DatabaseSession::saveInBackground(const std::filesystem::path& location,
         try {
             const std::lock_guard held(runBackups->mutex);
             outcome->done = files::commit(*encoded, location, expected, setting, runBackups->record);
-        } catch (const files::SaveError& error) {
+        } catch (const files::SaveError &error) {
             outcome->cause = QString::fromStdString(error.cause());
-        } catch (const files::ChangedOnDisk& error) {
+        } catch (const files::ChangedOnDisk &error) {
             outcome->cause = QString::fromUtf8(error.what());
             outcome->changedOnDisk = true;
-        } catch (const std::exception& error) {
+        } catch (const std::exception &error) {
             outcome->cause = QString::fromUtf8(error.what());
         }
-        const auto anchor = receiver.lock();
-        if (!anchor)
-            return;
-        QMetaObject::invokeMethod(
-            anchor.get(),
-            [this, receiver, outcome, location, position] {
-                if (receiver.expired())
-                    return;
-                saving_ = false;
-                if (outcome->done) {
-                    afterSave(location, outcome->done->stamp, position);
-                    Q_EMIT saved(outcome->done->backup);
-                } else {
-                    Q_EMIT saveFailed(outcome->cause, outcome->changedOnDisk);
-                }
-                if (std::exchange(lockAfterSave_, false))
-                    lock();
-            },
-            Qt::QueuedConnection);
+        postBack(receiver, [this, outcome, location, position] {
+            saving_ = false;
+            if (outcome->done) {
+                afterSave(location, outcome->done->stamp, position);
+                Q_EMIT saved(outcome->done->backup);
+            } else {
+                Q_EMIT saveFailed(outcome->cause, outcome->changedOnDisk);
+            }
+            if (std::exchange(lockAfterSave_, false))
+                lock();
+        });
     });
     return true;
 }
 
-void DatabaseSession::afterSave(const std::filesystem::path& location, const files::DiskStamp& stamp,
+void DatabaseSession::postBack(const std::weak_ptr<QObject> &receiver, std::function<void()> then)
+{
+    const auto anchor = receiver.lock();
+    if (!anchor)
+        return;
+    QMetaObject::invokeMethod(
+        anchor.get(),
+        [receiver, then = std::move(then)] {
+            if (!receiver.expired())
+                then();
+        },
+        Qt::QueuedConnection);
+}
+
+void DatabaseSession::afterSave(const std::filesystem::path &location, const files::DiskStamp &stamp,
                                 std::uint64_t position)
 {
     file_->adopt(location, stamp);

@@ -41,10 +41,10 @@ struct RunBackups {
 // What every session of the run shares, handed in by whoever makes the sessions.
 struct SessionServices {
     // Main thread only. None: no registry (the command line holds one file for one command).
-    files::OpenFiles* openFiles = nullptr;
+    files::OpenFiles *openFiles = nullptr;
     std::shared_ptr<RunBackups> runBackups = std::make_shared<RunBackups>();
     // None: no backups at all.
-    const files::Backups* backups = nullptr;
+    const files::Backups *backups = nullptr;
     // The preference, read at each save.
     std::function<bool()> backUpBeforeSaving = [] { return true; };
     // Whether a text is the duress password. Called on the unlock worker too, so it must not share state
@@ -83,17 +83,18 @@ struct UnlockScreen {
 //
 // Main thread only; decoding runs in the background and comes back with a token, so a late result of an
 // abandoned attempt never lands.
-class DatabaseSession : public QObject {
+class DatabaseSession : public QObject
+{
     Q_OBJECT
 
 public:
-    explicit DatabaseSession(SessionServices services, QObject* parent = nullptr);
+    explicit DatabaseSession(SessionServices services, QObject *parent = nullptr);
     ~DatabaseSession() override;
 
     // --- Opening -----------------------------------------------------------------------------------------
     // Claims the file and shows the unlock screen for it. The owner of another claim on the same file is
     // returned instead, and nothing changes.
-    files::Owner openLocation(const std::filesystem::path& location);
+    files::Owner openLocation(const std::filesystem::path &location);
     // An already decoded database (the command line, tests, a new database). With no location it is
     // unsaved until its first save; with one, the stamp is that of the bytes it was decoded from.
     void adopt(std::optional<std::filesystem::path> location, std::unique_ptr<kdbx::KdbxFile> file,
@@ -101,61 +102,61 @@ public:
     // An empty database with the new-database template, unsaved.
     void createNew(kdbx::Credentials credentials);
 
-    const std::optional<std::filesystem::path>& location() const noexcept { return location_; }
+    const std::optional<std::filesystem::path> &location() const noexcept { return location_; }
     // The file name, or "Untitled" for a database that was never saved.
     QString displayName() const;
-    const files::Owner& owner() const noexcept { return owner_; }
+    const files::Owner &owner() const noexcept { return owner_; }
 
     bool isOpen() const noexcept { return document_ != nullptr; }
     bool isLocked() const noexcept { return unlockSource_.has_value(); }
     bool isDecoy() const noexcept { return isDecoy_; }
     bool isDirty() const noexcept { return !undo_.atSavedPoint(); }
     // Valid while open.
-    model::Document& document() noexcept { return *document_; }
-    kdbx::KdbxFile& kdbx() noexcept { return file_->file(); }
-    const std::optional<kdbx::Credentials>& credentials() const noexcept { return credentials_; }
-    const std::optional<files::DiskStamp>& stamp() const noexcept;
-    model::SearchIndex& searchIndex() noexcept { return *searchIndex_; }
-    const lock::PINGate& pinGate() const noexcept { return pinGate_; }
+    model::Document &document() noexcept { return *document_; }
+    kdbx::KdbxFile &kdbx() noexcept { return file_->file(); }
+    const std::optional<kdbx::Credentials> &credentials() const noexcept { return credentials_; }
+    const std::optional<files::DiskStamp> &stamp() const noexcept;
+    model::SearchIndex &searchIndex() noexcept { return *searchIndex_; }
+    const lock::PINGate &pinGate() const noexcept { return pinGate_; }
     bool hasLockedSnapshot() const noexcept { return lockedSnapshot_.has_value(); }
     bool hasHeldSnapshot() const noexcept { return heldSnapshot_.has_value(); }
 
     // --- Changing: each call is one command; false (and no command) when nothing changed -----------------
-    bool editField(const model::Entry& entry, std::string_view name, std::string_view text);
+    bool editField(const model::Entry &entry, std::string_view name, std::string_view text);
     // A custom field: added or rewritten, protected or not; the entry's present state goes to history first.
-    bool setField(const model::Entry& entry, std::string_view name, std::string_view text, bool isProtected);
+    bool setField(const model::Entry &entry, std::string_view name, std::string_view text, bool isProtected);
     // Several fields in one command, behind one history version; false when none would change.
-    bool editFields(const model::Entry& entry, const std::vector<FieldEdit>& edits);
-    bool renameField(const model::Entry& entry, std::string_view from, std::string_view to);
-    bool removeField(const model::Entry& entry, std::string_view name);
-    bool setExpiry(const model::Entry& entry, std::optional<model::Time> when);
+    bool editFields(const model::Entry &entry, const std::vector<FieldEdit> &edits);
+    bool renameField(const model::Entry &entry, std::string_view from, std::string_view to);
+    bool removeField(const model::Entry &entry, std::string_view name);
+    bool setExpiry(const model::Entry &entry, std::optional<model::Time> when);
     // Replaces an attachment of the same name.
-    bool addAttachment(const model::Entry& entry, std::string_view name, kdbx::SecureBytes content);
-    bool removeAttachment(const model::Entry& entry, std::string_view name);
+    bool addAttachment(const model::Entry &entry, std::string_view name, kdbx::SecureBytes content);
+    bool removeAttachment(const model::Entry &entry, std::string_view name);
     // With the fields given filled in as part of the same command.
-    std::optional<model::Entry> newEntry(const model::Group& parent, std::string_view title,
-                                         const std::vector<FieldEdit>& fields = {});
-    std::optional<model::Group> newGroup(const model::Group& parent, std::string_view name);
-    bool renameGroup(const model::Group& group, std::string_view name);
-    model::MoveResult moveEntry(const model::Entry& entry, const model::Group& target);
-    model::MoveResult moveGroup(const model::Group& group, const model::Group& target,
-                                const std::optional<model::Group>& before = std::nullopt);
-    bool reorder(const model::Entry& entry, const std::optional<model::Entry>& before);
-    bool reorder(const model::Group& group, const std::optional<model::Group>& before);
-    model::DeleteResult deleteEntry(const model::Entry& entry);
-    model::DeleteResult deleteGroup(const model::Group& group);
-    void deletePermanently(const model::Entry& entry);
-    void deletePermanently(const model::Group& group);
+    std::optional<model::Entry> newEntry(const model::Group &parent, std::string_view title,
+                                         const std::vector<FieldEdit> &fields = {});
+    std::optional<model::Group> newGroup(const model::Group &parent, std::string_view name);
+    bool renameGroup(const model::Group &group, std::string_view name);
+    model::MoveResult moveEntry(const model::Entry &entry, const model::Group &target);
+    model::MoveResult moveGroup(const model::Group &group, const model::Group &target,
+                                const std::optional<model::Group> &before = std::nullopt);
+    bool reorder(const model::Entry &entry, const std::optional<model::Entry> &before);
+    bool reorder(const model::Group &group, const std::optional<model::Group> &before);
+    model::DeleteResult deleteEntry(const model::Entry &entry);
+    model::DeleteResult deleteGroup(const model::Group &group);
+    void deletePermanently(const model::Entry &entry);
+    void deletePermanently(const model::Group &group);
     model::DeleteResult emptyBin();
-    bool restore(const model::Entry& entry);
-    bool restore(const model::Group& group);
-    bool restoreVersion(const model::Entry& entry, const model::Entry& version);
+    bool restore(const model::Entry &entry);
+    bool restore(const model::Group &group);
+    bool restoreVersion(const model::Entry &entry, const model::Entry &version);
     // The outer header's settings and the document's, changed together by the caller's function.
-    bool changeSettings(const QString& text, const std::function<void(kdbx::OuterHeader&, model::Document&)>& change);
+    bool changeSettings(const QString &text, const std::function<void(kdbx::OuterHeader &, model::Document &)> &change);
     bool changeCredentials(kdbx::Credentials credentials);
 
-    const Command* nextUndo() const noexcept { return undo_.nextUndo(); }
-    const Command* nextRedo() const noexcept { return undo_.nextRedo(); }
+    const Command *nextUndo() const noexcept { return undo_.nextUndo(); }
+    const Command *nextRedo() const noexcept { return undo_.nextRedo(); }
     bool undo();
     bool redo();
 
@@ -165,18 +166,18 @@ public:
     // backup.
     files::PreSaveBackup::Outcome save();
     // Expecting the stamp given (the user agreed to overwrite, or Save As); the session then lives there.
-    files::PreSaveBackup::Outcome saveTo(const std::filesystem::path& location,
-                                         const std::optional<files::DiskStamp>& expected);
+    files::PreSaveBackup::Outcome saveTo(const std::filesystem::path &location,
+                                         const std::optional<files::DiskStamp> &expected);
     // The same without freezing the caller: the document is encoded here, then written, checked and backed up
     // on a worker; saved or saveFailed follows. Changes made meanwhile stay unsaved, and a lock asked for
     // meanwhile waits for the end. False when a save is already running.
-    bool saveInBackground(const std::filesystem::path& location, const std::optional<files::DiskStamp>& expected);
+    bool saveInBackground(const std::filesystem::path &location, const std::optional<files::DiskStamp> &expected);
     bool isSaving() const noexcept { return saving_; }
 
     // --- Locking and unlocking ---------------------------------------------------------------------------
     // Locks as the user asked or a trigger fired; does nothing when there is nothing to lock.
     void lock();
-    const UnlockScreen& unlockScreen() const noexcept { return screen_; }
+    const UnlockScreen &unlockScreen() const noexcept { return screen_; }
     void setPendingKeyFile(std::optional<std::filesystem::path> keyFile);
     void beginSettingPIN(kdbx::SecureBytes typed);
     void attemptUnlock(kdbx::SecureBytes typed);
@@ -209,14 +210,14 @@ Q_SIGNALS:
     void clearField();
     void shake();
     // A warning alert with one "OK" button.
-    void alert(const QString& message);
+    void alert(const QString &message);
     // The clipboard is to be cleared if it still holds what this application put there.
     void clipboardClearRequested();
     // A background save finished; backup says what became of the pre-save backup.
     void saved(files::PreSaveBackup::Outcome backup);
     // It failed and nothing was written: the cause, without a "Could not save" of its own. changedOnDisk when
     // another program changed the file meanwhile, so that the window can ask.
-    void saveFailed(const QString& cause, bool changedOnDisk);
+    void saveFailed(const QString &cause, bool changedOnDisk);
     // The real database opened from its file: the window adds it to the recent list and remembers the key
     // file used (unlockScreen().keyFile).
     void unlockedFromFile();
@@ -226,18 +227,20 @@ private:
     friend class Notifier;
     struct AttemptResult;
 
-    template <class Change>
-    auto perform(const QString& text, Change&& change);
+    template <class Change> auto perform(const QString &text, Change &&change);
+    // From a worker: runs `then` on the session's thread later, unless the session has gone by then (it owns
+    // the only strong reference to the receiver).
+    static void postBack(const std::weak_ptr<QObject> &receiver, std::function<void()> then);
     void attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials);
     void dropDocument();
     void dirtyMaybeChanged();
-    void afterSave(const std::filesystem::path& location, const files::DiskStamp& stamp, std::uint64_t position);
+    void afterSave(const std::filesystem::path &location, const files::DiskStamp &stamp, std::uint64_t position);
     files::BackupSetting backupSetting() const;
 
     void lockToFile();
     void lockWithSnapshot(std::vector<std::uint8_t> bytes);
     void showUnlockScreen(UnlockSource source, QString title);
-    void fallBackToPassword(const QString& hint);
+    void fallBackToPassword(const QString &hint);
     std::optional<kdbx::Credentials> credentialsFrom(kdbx::SecureBytes typed);
     void runAttempt(lock::UnlockMode mode, kdbx::Credentials credentials, kdbx::SecureBytes typed);
     void finishAttempt(std::uint64_t token, AttemptResult result);

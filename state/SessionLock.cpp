@@ -90,7 +90,7 @@ void DatabaseSession::lock()
     }
     try {
         lockWithSnapshot(kdbx().save(*credentials_));
-    } catch (const std::exception& error) {
+    } catch (const std::exception &error) {
         if (!isDirty() && location_) {
             lockToFile();
             return;
@@ -150,7 +150,7 @@ void DatabaseSession::showUnlockScreen(UnlockSource source, QString title)
     Q_EMIT unlockScreenChanged();
 }
 
-void DatabaseSession::fallBackToPassword(const QString& hint)
+void DatabaseSession::fallBackToPassword(const QString &hint)
 {
     pinGate_.retire();
     showUnlockScreen(*unlockSource_, screen_.title);
@@ -175,7 +175,7 @@ std::optional<kdbx::Credentials> DatabaseSession::credentialsFrom(kdbx::SecureBy
             auto read = files::readDiskBytes(*screen_.keyFile);
             credentials.keyFile = kdbx::SecureBytes::from(read.bytes);
             kdbx::secureWipe(read.bytes.data(), read.bytes.size());
-        } catch (const std::exception&) {
+        } catch (const std::exception &) {
             Q_EMIT alert(unlockText::keyFileUnreadable);
             return std::nullopt;
         }
@@ -209,8 +209,8 @@ void DatabaseSession::attemptUnlock(kdbx::SecureBytes typed)
         return;
     if (!screen_.pinMode) {
         if (passwordForNewPIN_) {
-            const auto password = passwordForNewPIN_->password ? passwordForNewPIN_->password->copy()
-                                                               : kdbx::SecureBytes();
+            const auto password =
+                passwordForNewPIN_->password ? passwordForNewPIN_->password->copy() : kdbx::SecureBytes();
             if (typed.size() == 0) {
                 pendingPIN_.reset();
             } else if (const auto refusal = lock::PINGate::refusal(typed.span(), services_.isDuress)) {
@@ -297,11 +297,12 @@ void DatabaseSession::runAttempt(lock::UnlockMode mode, kdbx::Credentials creden
                 }
                 result->file = kdbx::KdbxFile::open(std::move(bytes), job->credentials, job->cancel.get());
             }
-        } catch (const kdbx::Cancelled&) {
+        } catch (const kdbx::Cancelled &) {
             return; // abandoned: nobody waits for it
-        } catch (const kdbx::KdbxError& error) {
+        } catch (const kdbx::KdbxError &error) {
             const bool wrong = error.which() == kdbx::KdbxError::Case::wrongCredentials;
-            if (job->mode == lock::UnlockMode::password && lock::decoyInstead(wrong, job->typed.span(), job->isDuress)) {
+            if (job->mode == lock::UnlockMode::password &&
+                lock::decoyInstead(wrong, job->typed.span(), job->isDuress)) {
                 result->file = decoy();
                 result->decoy = true;
                 result->stamp.reset();
@@ -309,20 +310,10 @@ void DatabaseSession::runAttempt(lock::UnlockMode mode, kdbx::Credentials creden
                 result->wrongCredentials = wrong;
                 result->error = QString::fromUtf8(error.what());
             }
-        } catch (const std::exception& error) {
+        } catch (const std::exception &error) {
             result->error = QString::fromUtf8(error.what());
         }
-        const auto anchor = receiver.lock();
-        if (!anchor)
-            return;
-        QMetaObject::invokeMethod(
-            anchor.get(),
-            [this, receiver, token, result] {
-                // The session may have gone between the post and now; it owned the only strong reference.
-                if (!receiver.expired())
-                    finishAttempt(token, std::move(*result));
-            },
-            Qt::QueuedConnection);
+        postBack(receiver, [this, token, result] { finishAttempt(token, std::move(*result)); });
     });
 }
 

@@ -17,17 +17,17 @@ void Command::addStep(std::function<void()> undo, std::function<void()> redo)
     steps_.push_back({std::move(undo), std::move(redo)});
 }
 
-void Command::undo(model::Document& document) const
+void Command::undo(model::Document &document) const
 {
     for (auto s = steps_.rbegin(); s != steps_.rend(); ++s)
         s->undo();
     journal_.undo(document);
 }
 
-void Command::redo(model::Document& document) const
+void Command::redo(model::Document &document) const
 {
     journal_.redo(document);
-    for (const auto& s : steps_)
+    for (const auto &s : steps_)
         s.redo();
 }
 
@@ -40,7 +40,7 @@ void UndoStack::push(std::unique_ptr<Command> command)
     index_ = commands_.size();
 }
 
-bool UndoStack::undo(model::Document& document)
+bool UndoStack::undo(model::Document &document)
 {
     if (index_ == 0)
         return false;
@@ -49,7 +49,7 @@ bool UndoStack::undo(model::Document& document)
     return true;
 }
 
-bool UndoStack::redo(model::Document& document)
+bool UndoStack::redo(model::Document &document)
 {
     if (index_ == commands_.size())
         return false;

@@ -15,20 +15,21 @@ namespace quillon::state {
 
 // One user action. The journal puts the tree back; what lives outside the tree (the outer header, the
 // credentials, the attachment pool) is swapped back by the steps added beside it.
-class Command {
+class Command
+{
 public:
     explicit Command(QString text);
 
     // Unique in the run: a save names the state it wrote by the command it stood after.
     std::uint64_t serial() const noexcept { return serial_; }
-    const QString& text() const noexcept { return text_; }
-    model::Journal& journal() noexcept { return journal_; }
+    const QString &text() const noexcept { return text_; }
+    model::Journal &journal() noexcept { return journal_; }
     // An outside change, made already; undo and redo put its before and after back.
     void addStep(std::function<void()> undo, std::function<void()> redo);
     bool empty() const noexcept { return journal_.empty() && steps_.empty(); }
 
-    void undo(model::Document& document) const;
-    void redo(model::Document& document) const;
+    void undo(model::Document &document) const;
+    void redo(model::Document &document) const;
 
 private:
     struct Step {
@@ -43,15 +44,16 @@ private:
 
 // The saved point is where the stack stood at the last save; away from it the database has unsaved changes.
 // New commands drop whatever could have been redone.
-class UndoStack {
+class UndoStack
+{
 public:
     UndoStack();
     void push(std::unique_ptr<Command> command);
-    const Command* nextUndo() const noexcept { return index_ > 0 ? commands_[index_ - 1].get() : nullptr; }
-    const Command* nextRedo() const noexcept { return index_ < commands_.size() ? commands_[index_].get() : nullptr; }
+    const Command *nextUndo() const noexcept { return index_ > 0 ? commands_[index_ - 1].get() : nullptr; }
+    const Command *nextRedo() const noexcept { return index_ < commands_.size() ? commands_[index_].get() : nullptr; }
     // Steps back or forward; false at either end.
-    bool undo(model::Document& document);
-    bool redo(model::Document& document);
+    bool undo(model::Document &document);
+    bool redo(model::Document &document);
 
     void markSaved() noexcept { saved_ = index_; }
     // The state the stack stands at now, as a later save will name it.

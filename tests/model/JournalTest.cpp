@@ -15,7 +15,8 @@ using namespace quillon::model::test;
 
 namespace {
 
-class JournalTest : public ModelFixture {
+class JournalTest : public ModelFixture
+{
 protected:
     std::vector<Entry> entries() { return doc().topGroup()->allEntries(); }
     std::vector<Group> groups()
@@ -24,8 +25,7 @@ protected:
         all.insert(all.begin(), *doc().topGroup());
         return all;
     }
-    template <class T>
-    T pick(const std::vector<T>& from)
+    template <class T> T pick(const std::vector<T> &from)
     {
         return from[std::uniform_int_distribution<std::size_t>(0, from.size() - 1)(random)];
     }

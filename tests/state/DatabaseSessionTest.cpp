@@ -22,11 +22,11 @@ using ::testing::ElementsAre;
 
 namespace {
 
-QCoreApplication& application()
+QCoreApplication &application()
 {
     static int argc = 1;
     static char name[] = "test_state";
-    static char* argv[] = {name, nullptr};
+    static char *argv[] = {name, nullptr};
     static QCoreApplication app(argc, argv);
     return app;
 }
@@ -36,14 +36,15 @@ kdbx::SecureBytes text(std::string_view t)
     return kdbx::SecureBytes::fromText(t);
 }
 
-std::string xmlOf(model::Document& document)
+std::string xmlOf(model::Document &document)
 {
     std::ostringstream out;
     document.xml().save(out, "", pugi::format_raw);
     return out.str();
 }
 
-class DatabaseSessionTest : public ::testing::Test {
+class DatabaseSessionTest : public ::testing::Test
+{
 protected:
     DatabaseSessionTest()
     {
@@ -51,7 +52,7 @@ protected:
         test::writeFile(path, test::tinyFile(test::passwordOnly("right")));
         services.openFiles = &registry;
         services.isDuress = [](kdbx::ByteView t) {
-            return std::string_view(reinterpret_cast<const char*>(t.data()), t.size()) == "duress";
+            return std::string_view(reinterpret_cast<const char *>(t.data()), t.size()) == "duress";
         };
         services.clock = [this] { return now; };
         services.runInBackground = [this](std::function<void()> job) { jobs.push_back(std::move(job)); };
@@ -61,7 +62,7 @@ protected:
     {
         auto session = std::make_unique<DatabaseSession>(services);
         QObject::connect(session.get(), &DatabaseSession::shake, [this] { ++shakes; });
-        QObject::connect(session.get(), &DatabaseSession::alert, [this](const QString& m) { alerts << m; });
+        QObject::connect(session.get(), &DatabaseSession::alert, [this](const QString &m) { alerts << m; });
         EXPECT_FALSE(session->openLocation(path));
         return session;
     }
@@ -77,7 +78,7 @@ protected:
         QCoreApplication::processEvents();
     }
 
-    void unlock(DatabaseSession& session, std::string_view typed)
+    void unlock(DatabaseSession &session, std::string_view typed)
     {
         session.attemptUnlock(text(typed));
         finishJobs();
@@ -173,7 +174,7 @@ TEST_F(DatabaseSessionTest, pinTriesAndFallBacks)
     ASSERT_TRUE(session->isOpen());
 
     session->lock();
-    for (const auto* wrong : {"a1234", "b1234", "c1234"})
+    for (const auto *wrong : {"a1234", "b1234", "c1234"})
         unlock(*session, wrong);
     EXPECT_FALSE(session->unlockScreen().pinMode);
     EXPECT_EQ(session->unlockScreen().hint, QStringLiteral("Too many wrong tries. Enter the password."));
@@ -261,7 +262,7 @@ TEST_F(DatabaseSessionTest, commandsNotifyAndUndoToTheSavedPoint)
 {
     auto session = open();
     unlock(*session, "right");
-    auto& document = session->document();
+    auto &document = session->document();
     const auto top = *document.topGroup();
     const auto original = xmlOf(document);
     const auto pool = session->kdbx().inner.binaries.size();
@@ -277,8 +278,9 @@ TEST_F(DatabaseSessionTest, commandsNotifyAndUndoToTheSavedPoint)
                      [&](pugi::xml_node, ItemKind, int from, pugi::xml_node, int to) {
                          events << QStringLiteral("move %1 to %2").arg(from).arg(to);
                      });
-    QObject::connect(session.get(), &DatabaseSession::itemChanged,
-                     [&](pugi::xml_node e, ItemKind) { events << QStringLiteral("changed ") + QString::fromUtf8(e.name()); });
+    QObject::connect(session.get(), &DatabaseSession::itemChanged, [&](pugi::xml_node e, ItemKind) {
+        events << QStringLiteral("changed ") + QString::fromUtf8(e.name());
+    });
     QList<bool> dirty;
     QObject::connect(session.get(), &DatabaseSession::dirtyChanged, [&](bool d) { dirty << d; });
 
@@ -328,8 +330,10 @@ TEST_F(DatabaseSessionTest, aLockThatCannotSealTheChangesLeavesTheDatabaseOpen)
 {
     auto session = open();
     unlock(*session, "right");
-    ASSERT_TRUE(session->changeSettings(QStringLiteral("Database Settings"),
-                                        [](kdbx::OuterHeader& header, model::Document&) { header.cipher = {1, 2, 3}; }));
+    ASSERT_TRUE(
+        session->changeSettings(QStringLiteral("Database Settings"), [](kdbx::OuterHeader &header, model::Document &) {
+            header.cipher = {1, 2, 3};
+        }));
     session->lock();
     EXPECT_TRUE(session->isOpen());
     ASSERT_EQ(alerts.size(), 1);
