@@ -12,6 +12,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QThreadPool>
 
 #include <deque>
 #include <sstream>
@@ -238,6 +239,8 @@ TEST_F(DatabaseSessionTest, decodesInTheBackground)
     while (!session->isOpen() && timer.elapsed() < 20'000)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
     EXPECT_TRUE(session->isOpen());
+    // The pool's threads end here, and with them what OpenSSL keeps per thread.
+    QThreadPool::globalInstance()->waitForDone();
 }
 
 TEST_F(DatabaseSessionTest, idleLock)
