@@ -16,7 +16,7 @@
 namespace quillon::app {
 namespace {
 
-constexpr std::string_view usage = "usage: quillon --verify <path> [password] | --self-test";
+constexpr std::string_view usage = "usage: quillon [FILE…] | --verify <path> [password] | --self-test";
 
 std::optional<std::string> homeOf(std::string_view user)
 {
@@ -139,7 +139,7 @@ int runCommandLine(int argc, char** argv, std::ostream& out)
         out << "quillon " << version << '\n';
         return 0;
     case Mode::application:
-        // The graphical application is not part of this build yet.
+        // The windowed application starts from main(); here only the usage is left to say.
         out << usage << '\n';
         return 2;
     case Mode::verify:

@@ -2,7 +2,7 @@
 #include "model/Document.h"
 #include "model/Group.h"
 #include "model/History.h"
-#include "tests/support/BenchDatabase.h"
+#include "bench/support/BenchDatabase.h"
 
 #include <benchmark/benchmark.h>
 
@@ -12,7 +12,7 @@ using namespace quillon;
 
 pugi::xml_document& database()
 {
-    static const auto file = test::openedBenchDatabase();
+    static const auto file = bench::openedBenchDatabase();
     return file->document;
 }
 

@@ -4,7 +4,7 @@
 #include "model/RecycleBin.h"
 #include "model/Search.h"
 #include "model/SearchIndex.h"
-#include "tests/support/BenchDatabase.h"
+#include "bench/support/BenchDatabase.h"
 
 #include <benchmark/benchmark.h>
 
@@ -20,9 +20,9 @@ pugi::xml_document& database(std::size_t entries)
     static std::map<std::size_t, std::unique_ptr<kdbx::KdbxFile>> cache;
     auto& slot = cache[entries];
     if (!slot) {
-        test::BenchDatabaseOptions options;
+        bench::BenchDatabaseOptions options;
         options.entries = entries;
-        slot = test::openedBenchDatabase(options);
+        slot = bench::openedBenchDatabase(options);
     }
     return slot->document;
 }

@@ -2,8 +2,9 @@
 # Times whole processes, Quillon beside keepassxc-cli, on the same files: makes 1,000 / 10,000 / 50,000-entry
 # databases with our own writer (light Argon2id, so the codec is what is measured), re-saves each with
 # `keepassxc-cli db-edit` so that both programs read a file KeePassXC wrote, then times opening and
-# opening+saving with hyperfine and measures peak RSS with /usr/bin/time -v. Also runs the in-process
-# floor (inflate + pugixml parse) on the 50,000-entry file.
+# opening+saving with hyperfine and measures peak RSS with /usr/bin/time -v. Also runs, in process on the
+# largest file, the floor under opening (inflate + pugixml parse) beside the codec's open, and the two halves
+# of a save: encoding (what a window's thread waits for) and the check that commit runs off that thread.
 #   bench/compare-peers.sh [SIZES...]        default: 1000 10000 50000
 # Needs a build with benchmarks (scripts/build; this script builds nothing, so a build directory configured
 # for CI keeps its flags), hyperfine, keepassxc-cli and GNU time.

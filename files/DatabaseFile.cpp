@@ -91,23 +91,42 @@ PreSaveBackup::Outcome DatabaseFile::saveTo(const std::filesystem::path& locatio
                                             const std::optional<DiskStamp>& expected,
                                             const kdbx::Credentials& credentials, const BackupSetting& backup)
 {
-    const std::vector<std::uint8_t> bytes = file_->save(credentials);
+    const EncodedDatabase encoded = encode(credentials);
+    const Committed done = commit(encoded, location, expected, backup, backedUp_);
+    adopt(location, done.stamp);
+    return done.backup;
+}
 
-    // What is about to replace the file must open with the credentials that will be asked for next time.
-    const auto check = [&credentials](kdbx::ByteView written) { kdbx::KdbxFile::open(written, credentials); };
+EncodedDatabase DatabaseFile::encode(const kdbx::Credentials& credentials)
+{
+    kdbx::EncodedFile file = file_->encode(credentials);
+    return {std::move(file.bytes), file.digests, credentials.copy()};
+}
 
-    auto outcome = PreSaveBackup::Outcome::skipped;
+void DatabaseFile::adopt(const std::filesystem::path& location, const DiskStamp& stamp)
+{
+    location_ = location;
+    stamp_ = stamp;
+}
+
+Committed commit(const EncodedDatabase& encoded, const std::filesystem::path& location,
+                 const std::optional<DiskStamp>& expected, const BackupSetting& backup, PreSaveBackup& backedUp)
+{
+    // What is about to replace the file must open with the credentials that will be asked for next time, and
+    // hold exactly what was encoded.
+    const auto check = [&encoded](kdbx::ByteView written) {
+        kdbx::KdbxFile::verify(written, encoded.credentials, encoded.digests);
+    };
+
+    Committed done;
     // The same text every run, whatever route reached the file, so that its backups share one folder.
     const std::filesystem::path database = canonicalPath(location);
     const auto makeBackup = [&] {
         if (backup.backups)
-            outcome = backedUp_.beforeSave(*backup.backups, database, backup.backUpBeforeSaving);
+            done.backup = backedUp.beforeSave(*backup.backups, database, backup.backUpBeforeSaving);
     };
-
-    const DiskStamp written = SafeWrite::write(bytes, location, expected, check, makeBackup);
-    location_ = location;
-    stamp_ = written;
-    return outcome;
+    done.stamp = SafeWrite::write(encoded.bytes, location, expected, check, makeBackup);
+    return done;
 }
 
 } // namespace quillon::files

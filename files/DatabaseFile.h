@@ -33,20 +33,60 @@ struct BackupSetting {
     bool backUpBeforeSaving = true;
 };
 
+// A save encoded on the caller's thread and not yet written: the whole file, the digests of the payload it
+// carries and a copy of the credentials it must open with. It refers to nothing of the DatabaseFile or its
+// document, so it can be handed to another thread.
+struct EncodedDatabase {
+    std::vector<std::uint8_t> bytes; // encrypted: nothing secret
+    kdbx::PayloadDigests digests;
+    kdbx::Credentials credentials;
+};
+
+// What a commit did: the stamp of the file now on disk, and what became of the backup.
+struct Committed {
+    DiskStamp stamp;
+    PreSaveBackup::Outcome backup = PreSaveBackup::Outcome::skipped;
+};
+
+// Writes an encoded database to location through SafeWrite, if the file there still has the stamp expected:
+// a temporary file beside it, read back and proven to decrypt, with the credentials, to exactly the payload that
+// was encoded (a stream of a few hundred KiB, no second document), the pre-save backup, the last comparison,
+// the replacement. Throws as DatabaseFile::save does; any failure leaves the file on disk as it was.
+//
+// Thread safety: touches no DatabaseFile and no document, so it may run on a worker while the caller's thread
+// goes on (even editing: the encoded snapshot is what gets written). While it runs, encoded, backup.backups and
+// backedUp belong to it: one commit at a time per PreSaveBackup, and nothing else uses them meanwhile.
+Committed commit(const EncodedDatabase& encoded, const std::filesystem::path& location,
+                 const std::optional<DiskStamp>& expected, const BackupSetting& backup, PreSaveBackup& backedUp);
+
 // One open database: where it lives, its decoded content and the stamp of the file as last read or written.
 //
 //     auto db = DatabaseFile::open(path, credentials);          // read, stamp, decode
 //     ... edit db.file().document ...
 //     auto outcome = db.save(credentials, {&backups, setting}); // encode, check, back up, replace
 //
-// save() encodes with fresh seeds, writes a temporary file beside the target, decodes that file back with the
-// same credentials, backs the old file up before the first save of this object's life (one attempt per file),
-// and replaces the file only if it still has the stamp expected; the file's permission bits are kept. Every
-// failure leaves the file on disk, this object's location and stamp, and the document as they were, so a later
-// save compares with the same expectation.
+// save() encodes with fresh seeds, writes a temporary file beside the target, proves that file decrypts with the
+// same credentials to what was encoded, backs the old file up before the first save of this object's life (one
+// attempt per file), and replaces the file only if it still has the stamp expected; the file's permission bits
+// are kept. Every failure leaves the file on disk, this object's location and stamp, and the document as they
+// were, so a later save compares with the same expectation.
 //
-// Errors: std::system_error (reading or writing, naming the file and the step), kdbx::KdbxError and
-// kdbx::DecompressionError (decoding), ChangedOnDisk (another program changed, created or removed the file).
+// Errors: std::system_error (reading; SaveError for writing, naming the file and the step), kdbx::KdbxError and
+// kdbx::DecompressionError (decoding, or a written file that does not read back), ChangedOnDisk (another program
+// changed, created or removed the file).
+//
+// A window saves in two steps, so that it never freezes on a large database:
+//
+//     auto encoded = db.encode(credentials);                  // caller's thread: a snapshot of the document
+//     // on a worker: encoded, db.location(), db.stamp() and db.preSaveBackup() copied or lent to it
+//     Committed done = commit(encoded, location, expected, setting, backedUp);
+//     // back on the caller's thread, after success only:
+//     db.adopt(location, done.stamp);
+//     openFiles.refresh(owner);                               // the file at location is a new one
+//
+// A DatabaseFile and its document belong to one thread at a time. commit() needs neither. encode() deflates on
+// every core and takes seconds on a large database (7 s for 50,000 entries on two busy cores): a window may run
+// it on a worker too, provided nothing touches this object (document, headers) until it returns.
 class DatabaseFile {
 public:
     // Reads and decodes the file at location.
@@ -75,6 +115,14 @@ public:
     // stamp it has now), or for Save As. On success this object lives at location.
     PreSaveBackup::Outcome saveTo(const std::filesystem::path& location, const std::optional<DiskStamp>& expected,
                                   const kdbx::Credentials& credentials, const BackupSetting& backup);
+
+    // The first half of a save: draws fresh seeds into the header and encodes the document, which it only reads
+    // (nothing may change it meanwhile). Throws kdbx::KdbxError for a document no reader would open.
+    EncodedDatabase encode(const kdbx::Credentials& credentials);
+    // After a commit succeeded: this object lives at location, and expects the file there to have stamp.
+    void adopt(const std::filesystem::path& location, const DiskStamp& stamp);
+    // The backups made in this object's life (one per file); lent to commit().
+    PreSaveBackup& preSaveBackup() noexcept { return backedUp_; }
 
 private:
     std::filesystem::path location_;

@@ -3,8 +3,6 @@
 #include "files/CanonicalPath.h"
 #include "files/Posix.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 
 namespace quillon::files {
@@ -21,9 +19,9 @@ bool sameOwner(const std::weak_ptr<void>& a, const Owner& b)
 OpenFiles::Identity OpenFiles::identity(const std::filesystem::path& location)
 {
     Identity result{canonicalPath(location), std::nullopt};
-    struct ::stat info {};
-    if (posix::stat(result.path, info) == 0)
-        result.identity = FileId{info.st_dev, info.st_ino};
+    posix::FileIdentity file;
+    if (posix::identify(result.path, file) == 0)
+        result.identity = FileId{file.device, file.inode, file.bornNanoseconds};
     return result;
 }
 
@@ -53,6 +51,13 @@ void OpenFiles::claim(const std::filesystem::path& location, const Owner& owner)
 void OpenFiles::release(const Owner& owner)
 {
     std::erase_if(claims_, [&](const Claim& claim) { return sameOwner(claim.owner, owner); });
+}
+
+void OpenFiles::refresh(const Owner& owner)
+{
+    for (auto& claim : claims_)
+        if (sameOwner(claim.owner, owner))
+            claim.identity = identity(claim.path).identity;
 }
 
 void OpenFiles::prune()

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -10,10 +11,13 @@
 
 namespace quillon::files {
 
-// The file itself rather than a name of it: device and inode of the resolved path.
+// The file itself rather than a name of it: device, inode and birth time of the resolved path. A save replaces
+// the file and frees its inode, which ext4 hands to the next new file at once; the birth time tells that file
+// from the one claimed.
 struct FileId {
     dev_t device = 0;
     ino_t inode = 0;
+    std::int64_t bornNanoseconds = 0; // 0 where the file system records no birth time
     bool operator==(const FileId&) const = default;
 };
 
@@ -45,6 +49,9 @@ public:
     // A window holds one file at a time: its earlier claim (before a Save As) is dropped.
     void claim(const std::filesystem::path& location, const Owner& owner);
     void release(const Owner& owner);
+    // Takes the identity of the file now at the owner's claimed path. The holder calls it after every save it
+    // makes, which puts a new file in place, so that the claim goes on finding that file under any name.
+    void refresh(const Owner& owner);
     // Drops the claims of destroyed owners; every lookup and claim begins with it.
     void prune();
 

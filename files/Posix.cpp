@@ -4,6 +4,9 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <unistd.h>
+#if !defined(__APPLE__)
+#include <sys/sysmacros.h>
+#endif
 
 #include <cerrno>
 #include <cstdlib>
@@ -182,6 +185,36 @@ std::optional<std::vector<std::string>> listDirectory(const std::filesystem::pat
     if (errno != 0)
         return std::nullopt;
     return names;
+}
+
+int identify(const std::filesystem::path& path, FileIdentity& out)
+{
+    if (!allowed(Call::stat))
+        return -1;
+#if defined(__APPLE__)
+    struct ::stat info {};
+    if (::stat(path.c_str(), &info) != 0)
+        return -1;
+    out = {info.st_dev, info.st_ino,
+           std::int64_t{info.st_birthtimespec.tv_sec} * 1'000'000'000 + info.st_birthtimespec.tv_nsec};
+    return 0;
+#else
+    struct ::statx info {};
+    if (::statx(AT_FDCWD, path.c_str(), AT_STATX_SYNC_AS_STAT, STATX_INO | STATX_BTIME, &info) == 0) {
+        out = {makedev(info.stx_dev_major, info.stx_dev_minor), info.stx_ino, 0};
+        if ((info.stx_mask & STATX_BTIME) != 0)
+            out.bornNanoseconds = std::int64_t{info.stx_btime.tv_sec} * 1'000'000'000 + info.stx_btime.tv_nsec;
+        return 0;
+    }
+    if (errno != ENOSYS && errno != EPERM)
+        return -1;
+    // A kernel or sandbox without statx: the inode alone.
+    struct ::stat plain {};
+    if (::stat(path.c_str(), &plain) != 0)
+        return -1;
+    out = {plain.st_dev, plain.st_ino, 0};
+    return 0;
+#endif
 }
 
 } // namespace quillon::files::posix

@@ -72,4 +72,16 @@ std::optional<std::filesystem::path> realpath(const std::filesystem::path& path)
 // The names in a folder, without "." and ".."; nothing (errno set) when it cannot be read.
 std::optional<std::vector<std::string>> listDirectory(const std::filesystem::path& path);
 
+// What tells one file from another on a device. The inode number of a deleted file is handed to the next new
+// one at once on some file systems; its birth time is not, where the file system records one (ext4, xfs,
+// btrfs, tmpfs, APFS).
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    std::int64_t bornNanoseconds = 0; // 0: the file system records no birth time
+};
+// stat(2) for that identity, following links: statx(2) on Linux, st_birthtimespec on macOS. Intercepted as
+// Call::stat; same results and errno.
+int identify(const std::filesystem::path& path, FileIdentity& out);
+
 } // namespace quillon::files::posix

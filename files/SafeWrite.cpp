@@ -23,9 +23,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::system_error failure(std::string_view step, const fs::path& file, int error = errno)
+using Step = SaveError::Step;
+
+SaveError failure(Step step, const fs::path& file, int error = errno)
 {
-    return {error, std::generic_category(), std::string(step) + " " + file.filename().string()};
+    return {step, file.filename().string(), error};
 }
 
 // "." + name + "." + a fresh version-4 UUID in upper case + ".tmp": hidden, and beside the target so that the
@@ -50,11 +52,11 @@ fs::path resolve(const fs::path& target)
     const int error = errno;
     struct ::stat link {};
     if (error != ENOENT || posix::lstat(target, link) == 0)
-        throw failure("Could not find", target, error); // a dangling link is refused, not replaced by a file
+        throw failure(Step::find, target, error); // a dangling link is refused, not replaced by a file
     const fs::path parent = target.has_parent_path() ? target.parent_path() : fs::path(".");
     const auto folder = posix::realpath(parent);
     if (!folder)
-        throw failure("Could not find the folder of", target);
+        throw failure(Step::findFolder, target);
     return *folder / target.filename();
 }
 
@@ -92,25 +94,30 @@ void writeAll(const Temporary& file, kdbx::ByteView bytes)
         if (done < 0 && errno == EINTR)
             continue;
         if (done <= 0)
-            throw failure("Could not write the temporary file", file.path(), done < 0 ? errno : EIO);
+            throw failure(Step::writeTemporary, file.path(), done < 0 ? errno : EIO);
         bytes = bytes.subspan(static_cast<std::size_t>(done));
     }
 }
 
-std::vector<std::uint8_t> readBack(const Temporary& file, std::size_t size)
+// Reads the temporary file back in pieces and compares it with what was written, so that no second copy of a
+// large file is held.
+void readBack(const Temporary& file, kdbx::ByteView bytes)
 {
-    std::vector<std::uint8_t> back(size);
+    std::vector<std::uint8_t> piece(std::min<std::size_t>(bytes.size(), std::size_t{1} << 20));
     std::size_t have = 0;
-    while (have < size) {
-        const ssize_t got =
-            posix::pread(file.fd(), back.data() + have, size - have, static_cast<off_t>(have));
+    while (have < bytes.size()) {
+        const std::size_t want = std::min(piece.size(), bytes.size() - have);
+        const ssize_t got = posix::pread(file.fd(), piece.data(), want, static_cast<off_t>(have));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
-            throw failure("Could not read back the temporary file", file.path(), got < 0 ? errno : EIO);
-        have += static_cast<std::size_t>(got);
+            throw failure(Step::readBackTemporary, file.path(), got < 0 ? errno : EIO);
+        const auto n = static_cast<std::size_t>(got);
+        const kdbx::ByteView expected = bytes.subspan(have, n);
+        if (!std::equal(expected.begin(), expected.end(), piece.begin()))
+            throw failure(Step::readBackTemporary, file.path(), EIO);
+        have += n;
     }
-    return back;
 }
 
 // The stamp of the file at path; absent only when there is no file. Any other failure to read it is an error:
@@ -120,7 +127,7 @@ std::optional<DiskStamp> currentStamp(const fs::path& path, const fs::path& show
     std::error_code error;
     auto stamp = DiskStamp::ofFile(path, error);
     if (error && error != std::errc::no_such_file_or_directory)
-        throw failure("Could not read", shownAs, error.value());
+        throw failure(Step::read, shownAs, error.value());
     return stamp;
 }
 
@@ -136,7 +143,7 @@ void syncFolder(const fs::path& folder)
 }
 
 // The kernel's own answer for the user running this: another user's file, or a read-only file system.
-void requireWritable(const fs::path& path, std::string_view readOnly, std::string_view unknown, const fs::path& target)
+void requireWritable(const fs::path& path, Step readOnly, Step unknown, const fs::path& target)
 {
     if (posix::access(path, W_OK) == 0)
         return;
@@ -160,7 +167,7 @@ void replace(Temporary& file, const fs::path& resolved, const fs::path& target,
         if (errno == EEXIST)
             throw ChangedOnDisk(name);
         if (!unsupportedFlags(errno))
-            throw failure("Could not save", target);
+            throw failure(Step::save, target);
     } else {
         // Swaps the files, then looks at the one taken out: a change that landed after the comparison is seen
         // there and swapped back, so it is never lost.
@@ -175,20 +182,20 @@ void replace(Temporary& file, const fs::path& resolved, const fs::path& target,
             if (posix::rename(file.path(), resolved, posix::Rename::exchange) != 0) {
                 // The other version now sits at the temporary name: keep it rather than delete the only copy.
                 file.forget();
-                throw failure("Could not put back the file changed by another app as", target);
+                throw failure(Step::putBack, target);
             }
             if (error)
-                throw failure("Could not read", target, error.value());
+                throw failure(Step::read, target, error.value());
             throw ChangedOnDisk(name);
         }
         if (errno == ENOENT)
             throw ChangedOnDisk(name);
         if (!unsupportedFlags(errno))
-            throw failure("Could not save", target);
+            throw failure(Step::save, target);
     }
     // A file system without atomic exchange: the plain rename right after the comparison is the best it offers.
     if (posix::rename(file.path(), resolved) != 0)
-        throw failure("Could not save", target);
+        throw failure(Step::save, target);
     file.forget();
 }
 
@@ -198,46 +205,43 @@ DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const s
                            const Check& check, const Backup& backup)
 {
     if (!target.has_filename())
-        throw failure("Could not save", target, EISDIR);
+        throw failure(Step::save, target, EISDIR);
     const fs::path resolved = resolve(target);
 
     struct ::stat info {};
     mode_t mode = S_IRUSR | S_IWUSR;
     if (posix::stat(resolved, info) == 0) {
         if (!S_ISREG(info.st_mode))
-            throw failure("Could not save", target, S_ISDIR(info.st_mode) ? EISDIR : EINVAL);
+            throw failure(Step::save, target, S_ISDIR(info.st_mode) ? EISDIR : EINVAL);
         // rename(2) needs no write permission on the file itself, and root needs none anywhere: a read-only
         // file would be replaced without this. The mode bit stops root; the access check stops the rest.
         if ((info.st_mode & S_IWUSR) == 0)
-            throw failure("Could not save the read-only file", target, EACCES);
-        requireWritable(resolved, "Could not save the read-only file", "Could not check the permissions of", target);
+            throw failure(Step::readOnlyFile, target, EACCES);
+        requireWritable(resolved, Step::readOnlyFile, Step::checkPermissions, target);
         mode = info.st_mode & 0777;
     } else if (errno != ENOENT) {
-        throw failure("Could not read", target);
+        throw failure(Step::read, target);
     }
     const fs::path folder = resolved.parent_path();
     struct ::stat folderInfo {};
     if (posix::stat(folder, folderInfo) != 0)
-        throw failure("Could not find the folder of", target);
+        throw failure(Step::findFolder, target);
     if ((folderInfo.st_mode & S_IWUSR) == 0)
-        throw failure("Could not save in the read-only folder of", target, EACCES);
-    requireWritable(folder, "Could not save in the read-only folder of",
-                    "Could not check the permissions of the folder of", target);
+        throw failure(Step::readOnlyFolder, target, EACCES);
+    requireWritable(folder, Step::readOnlyFolder, Step::checkFolderPermissions, target);
 
     const fs::path temporaryPath = temporaryBeside(resolved);
     const int fd = posix::open(temporaryPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0)
-        throw failure("Could not create the temporary file", temporaryPath);
+        throw failure(Step::createTemporary, temporaryPath);
     Temporary file(temporaryPath, fd);
 
     writeAll(file, bytes);
     if (posix::fsync(file.fd()) != 0)
-        throw failure("Could not write the temporary file", file.path());
+        throw failure(Step::writeTemporary, file.path());
     if (check) {
-        const auto back = readBack(file, bytes.size());
-        if (!std::equal(back.begin(), back.end(), bytes.begin(), bytes.end()))
-            throw failure("Could not read back the temporary file", file.path(), EIO);
-        check(back);
+        readBack(file, bytes);
+        check(bytes);
     }
 
     if (backup) {
@@ -248,9 +252,9 @@ DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const s
     }
 
     if (posix::fchmod(file.fd(), mode) != 0)
-        throw failure("Could not set the permissions of the temporary file", file.path());
+        throw failure(Step::setPermissions, file.path());
     if (file.close() != 0)
-        throw failure("Could not write the temporary file", file.path());
+        throw failure(Step::writeTemporary, file.path());
     // Nothing but the rename between this comparison and the replacement, so that the window in which another
     // app's change could slip through is as short as the file system allows.
     if (currentStamp(resolved, target) != expected)

@@ -3,6 +3,7 @@
 
 #include "files/ChangedOnDisk.h"
 #include "files/DiskStamp.h"
+#include "files/SaveError.h"
 #include "kdbx/SecureBytes.h"
 
 #include <filesystem>
@@ -13,7 +14,8 @@ namespace quillon::files {
 
 class SafeWrite {
 public:
-    // Runs on the bytes read back from the temporary file; whatever it throws stops the save.
+    // Runs once the temporary file has been read back and found to hold exactly the bytes written, and is given
+    // those bytes; whatever it throws stops the save.
     using Check = std::function<void(kdbx::ByteView written)>;
     // Makes the pre-save backup and reports its own failure ("Could not back up the file first"). A backup
     // never stops a save, so whatever it throws is dropped.
@@ -24,7 +26,7 @@ public:
     // and the replacement keeps that file's permission bits (a new file gets 0600).
     //
     // Throws ChangedOnDisk when the file changed, appeared or vanished; the check's own error when it refuses
-    // the written bytes; std::system_error naming the file and the failed step otherwise, including for a
+    // the written bytes; SaveError (a std::system_error) naming the file and the failed step otherwise, including for a
     // target or folder that is read-only: without its owner's write bit (refused even for root, whom the kernel
     // would let through), not writable by this user, or on a read-only file system.
     // After any failure the target is as it was and no temporary file is left.

@@ -4,6 +4,7 @@
 #include "kdbx/Check.h"
 #include "kdbx/KdbxError.h"
 
+#include <algorithm>
 #include <array>
 #include <limits>
 
@@ -51,19 +52,51 @@ Digest256 headerHmac(ByteView rawHeader, const SecureBytes& hmacBaseKey)
 void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const SecureBytes& hmacBaseKey,
                       std::size_t blockSize)
 {
+    BlockStreamWriter writer(out, hmacBaseKey, blockSize);
+    out.reserve(out.size() + ciphertext.size() + (ciphertext.size() / blockSize + 2) * 36);
+    writer.write(ciphertext);
+    writer.finish();
+}
+
+BlockStreamWriter::BlockStreamWriter(std::vector<std::uint8_t>& out, const SecureBytes& hmacBaseKey,
+                                     std::size_t blockSize)
+    : out_(out), hmacBaseKey_(hmacBaseKey.copy()), blockSize_(blockSize)
+{
     QUILLON_CHECK(blockSize > 0 && blockSize <= std::numeric_limits<std::uint32_t>::max());
-    const std::size_t blocks = (ciphertext.size() + blockSize - 1) / blockSize;
-    out.reserve(out.size() + ciphertext.size() + (blocks + 1) * 36);
-    ByteWriter writer(out);
-    std::uint64_t index = 0;
-    for (;; ++index) {
-        const ByteView piece = ciphertext.first(std::min(blockSize, ciphertext.size()));
-        writer.bytes(blockHmac(hmacBaseKey, index, piece));
-        writer.sized(piece);
-        if (piece.empty())
-            break;
-        ciphertext = ciphertext.subspan(piece.size());
+}
+
+void BlockStreamWriter::block(ByteView piece)
+{
+    ByteWriter writer(out_);
+    writer.bytes(blockHmac(hmacBaseKey_, index_++, piece));
+    writer.sized(piece);
+}
+
+void BlockStreamWriter::write(ByteView ciphertext)
+{
+    if (!pending_.empty()) {
+        const std::size_t n = std::min(ciphertext.size(), blockSize_ - pending_.size());
+        pending_.insert(pending_.end(), ciphertext.begin(), ciphertext.begin() + static_cast<std::ptrdiff_t>(n));
+        ciphertext = ciphertext.subspan(n);
+        if (pending_.size() < blockSize_)
+            return;
+        block(pending_);
+        pending_.clear();
     }
+    // Whole blocks go straight from the input; only a remainder waits.
+    while (ciphertext.size() >= blockSize_) {
+        block(ciphertext.first(blockSize_));
+        ciphertext = ciphertext.subspan(blockSize_);
+    }
+    pending_.assign(ciphertext.begin(), ciphertext.end());
+}
+
+void BlockStreamWriter::finish()
+{
+    if (!pending_.empty())
+        block(pending_);
+    pending_.clear();
+    block({});
 }
 
 void readBlocks(ByteReader& reader, const SecureBytes& hmacBaseKey, const std::function<void(ByteView)>& each)

@@ -24,6 +24,26 @@ Digest256 headerHmac(ByteView rawHeader, const SecureBytes& hmacBaseKey);
 void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const SecureBytes& hmacBaseKey,
                       std::size_t blockSize = std::size_t{1} << 20);
 
+// The same, for ciphertext handed over in pieces as it is produced: whole blocks are appended as soon as they
+// are full, so the joined ciphertext is never held apart from out.
+class BlockStreamWriter {
+public:
+    BlockStreamWriter(std::vector<std::uint8_t>& out, const SecureBytes& hmacBaseKey,
+                      std::size_t blockSize = std::size_t{1} << 20);
+    void write(ByteView ciphertext);
+    // Appends the last partial block and the empty final block.
+    void finish();
+
+private:
+    void block(ByteView piece);
+
+    std::vector<std::uint8_t>& out_;
+    SecureBytes hmacBaseKey_;
+    std::size_t blockSize_;
+    std::vector<std::uint8_t> pending_; // ciphertext: nothing secret
+    std::uint64_t index_ = 0;
+};
+
 // Reads up to and including the empty final block, handing each non-empty block's data to `each` once
 // its code has been checked. Throws as readBlockStream does.
 void readBlocks(ByteReader& reader, const SecureBytes& hmacBaseKey, const std::function<void(ByteView)>& each);

@@ -11,7 +11,9 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <climits>
 #include <cstdint>
 #include <future>
@@ -315,7 +317,30 @@ void GzipWriter::dispatch()
     slice_ = SecureBytes();
 }
 
-SecureBytes GzipWriter::finish()
+void GzipWriter::handOver(Deflated& piece, const std::function<void(ByteView)>& sink)
+{
+    crc_ = ::crc32_combine(crc_, piece.crc, static_cast<z_off_t>(piece.inputSize));
+    sink(piece.bytes.span());
+    piece.bytes.wipe();
+}
+
+void GzipWriter::drainReady(const std::function<void(ByteView)>& sink)
+{
+    if (!headerSent_) {
+        sink(ByteView(gzipHeader));
+        headerSent_ = true;
+    }
+    for (auto& piece : done_)
+        handOver(piece, sink);
+    done_.clear();
+    while (!pending_.empty() && pending_.front().wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
+        Deflated piece = pending_.front().get();
+        pending_.pop_front();
+        handOver(piece, sink);
+    }
+}
+
+std::size_t GzipWriter::close()
 {
     QUILLON_CHECK(!finished_);
     finished_ = true;
@@ -328,24 +353,35 @@ SecureBytes GzipWriter::finish()
     pending_.clear();
     done_.push_back(std::move(last));
 
-    std::size_t size = sizeof gzipHeader + 8;
-    uLong check = ::crc32_z(0, nullptr, 0);
-    for (const auto& piece : done_) {
+    std::size_t size = (headerSent_ ? 0 : sizeof gzipHeader) + 8;
+    for (const auto& piece : done_)
         size += piece.bytes.size();
-        check = ::crc32_combine(check, piece.crc, static_cast<z_off_t>(piece.inputSize));
+    return size;
+}
+
+void GzipWriter::drain(const std::function<void(ByteView)>& sink)
+{
+    QUILLON_CHECK(finished_);
+    if (!headerSent_) {
+        sink(ByteView(gzipHeader));
+        headerSent_ = true;
     }
-    // Sized once, so that the member is copied once.
-    SecureBytes out;
-    out.reserve(size);
-    out.append(ByteView(gzipHeader));
-    for (auto& piece : done_) {
-        out.append(piece.bytes.span());
-        piece.bytes.wipe();
-    }
+    for (auto& piece : done_)
+        handOver(piece, sink);
     done_.clear();
-    BasicByteWriter<SecureBytes> trailer(out);
-    trailer.u32(static_cast<std::uint32_t>(check));
-    trailer.u32(static_cast<std::uint32_t>(total_));
+    std::vector<std::uint8_t> trailer;
+    ByteWriter writer(trailer);
+    writer.u32(static_cast<std::uint32_t>(crc_));
+    writer.u32(static_cast<std::uint32_t>(total_));
+    sink(trailer);
+}
+
+SecureBytes GzipWriter::finish()
+{
+    SecureBytes out;
+    // Sized once, so that the member is copied once.
+    out.reserve(close());
+    drain([&out](ByteView piece) { out.append(piece); });
     return out;
 }
 
@@ -389,6 +425,92 @@ SecureBytes gunzip(ByteView data, std::size_t ceiling)
     if (crc != storedCrc)
         throw KdbxError::malformedInner("gzip crc mismatch");
     return out;
+}
+
+struct GunzipReader::State {
+    ZStream stream{true};
+    std::function<void(ByteView)> out;
+    std::size_t ceiling = 0;
+    std::array<std::uint8_t, sizeof gzipHeader> header{};
+    std::size_t headerHave = 0;
+    std::array<std::uint8_t, 8> trailer{};
+    std::size_t trailerHave = 0;
+    bool ended = false;
+    std::size_t total = 0;
+    uLong crc = ::crc32_z(0, nullptr, 0);
+    SecureBytes buffer = SecureBytes::uninitialised(std::size_t{64} << 10);
+};
+
+GunzipReader::GunzipReader(std::function<void(ByteView)> out, std::size_t ceiling) : state_(std::make_unique<State>())
+{
+    state_->out = std::move(out);
+    state_->ceiling = ceiling;
+    if (const int code = inflateInit2(&state_->stream.z, rawDeflate); code != Z_OK)
+        throw DecompressionError(zlibReason(state_->stream.z, code));
+}
+
+GunzipReader::~GunzipReader() = default;
+
+void GunzipReader::write(ByteView data)
+{
+    State& s = *state_;
+    z_stream& z = s.stream.z;
+    while (!data.empty()) {
+        if (s.headerHave < s.header.size()) {
+            const std::size_t n = std::min(data.size(), s.header.size() - s.headerHave);
+            std::copy_n(data.begin(), n, s.header.begin() + static_cast<std::ptrdiff_t>(s.headerHave));
+            s.headerHave += n;
+            data = data.subspan(n);
+            if (s.headerHave == s.header.size()) {
+                if (s.header[0] != 0x1f || s.header[1] != 0x8b)
+                    throw KdbxError::malformedInner("not gzip");
+                if (s.header[2] != 0x08 || s.header[3] != 0)
+                    throw KdbxError::malformedInner("unexpected gzip header");
+            }
+            continue;
+        }
+        if (s.ended) {
+            if (data.size() > s.trailer.size() - s.trailerHave)
+                throw KdbxError::malformedInner("data after the gzip member");
+            std::copy(data.begin(), data.end(), s.trailer.begin() + static_cast<std::ptrdiff_t>(s.trailerHave));
+            s.trailerHave += data.size();
+            return;
+        }
+        const std::size_t inBefore = z.total_in;
+        z.next_in = const_cast<Bytef*>(data.data());
+        z.avail_in = slice(data.size());
+        z.next_out = s.buffer.data();
+        z.avail_out = slice(s.buffer.size());
+        const int code = inflate(&z, Z_NO_FLUSH);
+        const std::size_t fresh = s.buffer.size() - z.avail_out;
+        const auto consumed = static_cast<std::size_t>(z.total_in - inBefore);
+        if (code == Z_BUF_ERROR && fresh == 0 && consumed == 0)
+            throw DecompressionError(zlibReason(z, code));
+        data = data.subspan(consumed);
+        if (fresh > s.ceiling - s.total)
+            throw DecompressionError(ceilingText(s.ceiling));
+        s.total += fresh;
+        s.crc = ::crc32_z(s.crc, s.buffer.data(), fresh);
+        if (fresh != 0)
+            s.out(s.buffer.span().first(fresh));
+        if (code == Z_STREAM_END)
+            s.ended = true;
+        else if (code != Z_OK && code != Z_BUF_ERROR)
+            throw DecompressionError(zlibReason(z, code));
+    }
+}
+
+void GunzipReader::finish()
+{
+    const State& s = *state_;
+    if (!s.ended)
+        throw DecompressionError("decompression failed: unexpected end of compressed data");
+    if (s.trailerHave < s.trailer.size())
+        throw KdbxError::malformedHeader(unexpectedEnd);
+    if (static_cast<std::uint32_t>(s.crc) != loadU32(s.trailer))
+        throw KdbxError::malformedInner("gzip crc mismatch");
+    if (static_cast<std::uint32_t>(s.total) != loadU32(ByteView(s.trailer).subspan(4)))
+        throw KdbxError::malformedInner("gzip length mismatch");
 }
 
 } // namespace quillon::kdbx

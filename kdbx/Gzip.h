@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <memory>
 #include <future>
 #include <stdexcept>
 #include <vector>
@@ -49,6 +51,13 @@ public:
     std::size_t size() const noexcept { return total_; }
     // The whole member, in wiped memory: compressed plaintext is as secret as the plaintext.
     SecureBytes finish();
+    // The same in pieces, so that the member is never joined. drainReady() hands sink what is ready so far, in
+    // order: the header, then each slice already deflated. close() waits for the rest and returns the size of
+    // what is still to come; drain() hands that over, up to the trailer. Each slice is wiped as soon as sink
+    // returns.
+    void drainReady(const std::function<void(ByteView)>& sink);
+    std::size_t close();
+    void drain(const std::function<void(ByteView)>& sink);
 
     // A slice that this writer compressed. Public for the implementation's helpers only.
     struct Deflated {
@@ -59,6 +68,7 @@ public:
 
 private:
     void dispatch();
+    void handOver(Deflated& piece, const std::function<void(ByteView)>& sink);
 
     SecureBytes slice_;
     // The last 32 KiB before slice_, the window that primes its compression.
@@ -66,7 +76,28 @@ private:
     std::deque<std::future<Deflated>> pending_;
     std::vector<Deflated> done_;
     std::size_t total_ = 0;
+    unsigned long crc_ = 0; // of the slices handed over
+    bool headerSent_ = false;
     bool finished_ = false;
+};
+
+// Reads a member as GzipWriter writes it (the fixed header, no optional fields) from pieces handed over as they
+// arrive, and hands the inflated data to out in slices of at most 64 KiB, so that neither the member nor what it
+// inflates to is held whole. Throws as gunzip does; data after the member is refused.
+class GunzipReader {
+public:
+    explicit GunzipReader(std::function<void(ByteView)> out, std::size_t ceiling = defaultDecompressedCeiling);
+    ~GunzipReader();
+    GunzipReader(const GunzipReader&) = delete;
+    GunzipReader& operator=(const GunzipReader&) = delete;
+
+    void write(ByteView compressed);
+    // Checks that the member ended, and its CRC-32 and length.
+    void finish();
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 // Throws KdbxError for faults of the wrapper (magic, short data, CRC) and DecompressionError for what

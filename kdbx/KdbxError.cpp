@@ -65,4 +65,9 @@ KdbxError KdbxError::headerCorrupt() { return {Case::headerCorrupt, "The header 
 
 KdbxError KdbxError::wrongCredentials() { return {Case::wrongCredentials, "Wrong password or key file."}; }
 
+KdbxError KdbxError::writtenFileDiffers()
+{
+    return {Case::writtenFileDiffers, "The file written does not read back as the database that was saved."};
+}
+
 } // namespace quillon::kdbx

@@ -23,6 +23,7 @@ public:
         notKdbx,
         headerCorrupt,
         wrongCredentials,
+        writtenFileDiffers,
     };
 
     static KdbxError unsupportedVersion(std::uint16_t major, std::uint16_t minor);
@@ -36,6 +37,8 @@ public:
     static KdbxError notKdbx();
     static KdbxError headerCorrupt();
     static KdbxError wrongCredentials();
+    // A file just written does not decrypt to exactly what was encoded into it.
+    static KdbxError writtenFileDiffers();
 
     Case which() const noexcept { return which_; }
     // The user-facing description.

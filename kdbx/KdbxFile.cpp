@@ -11,8 +11,10 @@
 #include "kdbx/Random.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <future>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -117,59 +119,185 @@ void unprotect(pugi::xml_document& document, const InnerHeader& inner)
     });
 }
 
-// Replaces plain values with their protected form and puts them back when it goes out of scope,
-// whether or not the save got through. The plain texts wait in one wiped buffer rather than one
-// allocation each: a large database has hundreds of thousands of them.
-class ProtectedValues {
+// Writes the document as pugixml's raw format does, except that each protected value goes out in its protected
+// form (the inner stream's ciphertext in base64), in document order, which is the order readers decrypt them in.
+// The document is only read, so it needs no protecting walk and no restoring one, and no second copy of any
+// value. The text reaches the sink in pieces, through one wiped buffer.
+class DocumentWriter {
 public:
-    ProtectedValues(pugi::xml_document& document, const InnerHeader& inner)
+    DocumentWriter(ChaCha20& stream, const std::function<void(ByteView)>& sink)
+        : stream_(stream), sink_(sink), buffer_(capacity)
     {
-        ChaCha20 stream = innerStream(inner);
-        SecureBytes cipher;
-        std::string encoded; // ciphertext: nothing secret
-        try {
-            forEachElement(document, [&](pugi::xml_node node) {
-                if (!isProtectedValue(node))
-                    return;
-                pugi::xml_text text = node.text();
-                const std::string_view value = text.get();
-                saved_.push_back({node, plain_.size(), value.size()});
-                plain_.append(value);
-                cipher.resizeUninitialised(0);
-                cipher.append(value);
-                stream.apply(cipher.span());
-                base64EncodeInto(cipher.span(), encoded);
-                if (!encoded.empty() || text)
-                    text.set(encoded.c_str(), encoded.size());
-            });
-        } catch (...) {
-            restore();
-            throw;
-        }
     }
-    ~ProtectedValues() { restore(); }
-    ProtectedValues(const ProtectedValues&) = delete;
-    ProtectedValues& operator=(const ProtectedValues&) = delete;
+
+    void write(const pugi::xml_document& document)
+    {
+        put(declaration);
+        pugi::xml_node node = document.first_child();
+        if (node && node.type() == pugi::node_declaration)
+            node = node.next_sibling();
+        // Without recursion, as pugixml does: a hostile file may nest deeply.
+        while (node) {
+            if (node.type() == pugi::node_element && start(node)) {
+                node = node.first_child();
+                continue;
+            }
+            if (node.type() == pugi::node_pcdata)
+                escaped(node.value(), pcdataSpecial);
+            else if (node.type() != pugi::node_element)
+                other(node);
+            for (;;) {
+                if (const pugi::xml_node next = node.next_sibling()) {
+                    node = next;
+                    break;
+                }
+                node = node.parent();
+                if (!node || node.type() == pugi::node_document)
+                    return flush();
+                end(node);
+            }
+        }
+        flush();
+    }
 
 private:
-    void restore() noexcept
+    static constexpr std::size_t capacity = std::size_t{64} << 10;
+    static constexpr std::string_view declaration = "<?xml version=\"1.0\" encoding=\"utf-8\" standalone=\"yes\"?>";
+    // pugixml's escaping: in text, control characters other than tab and line ends, &, < and >; in attribute
+    // values every control character, &, < and the quote.
+    static constexpr std::string_view pcdataSpecial = "&<>";
+    static constexpr std::string_view attributeSpecial = "&<\"";
+
+    static const char* nameOf(const pugi::xml_node& node)
     {
-        const std::string_view plain = plain_.view();
-        for (const Saved& s : saved_) {
-            pugi::xml_text text = s.node.text();
-            if (s.size != 0 || text)
-                text.set(plain.data() + s.offset, s.size);
-        }
-        saved_.clear();
-        plain_.wipe();
+        return *node.name() ? node.name() : ":anonymous";
     }
-    struct Saved {
-        pugi::xml_node node;
-        std::size_t offset;
-        std::size_t size;
-    };
-    SecureBytes plain_;
-    std::vector<Saved> saved_;
+
+    // The start tag, and the element's own text; true when its children follow.
+    bool start(const pugi::xml_node& node)
+    {
+        const char* name = nameOf(node);
+        put('<');
+        put(name);
+        for (const pugi::xml_attribute& a : node.attributes()) {
+            put(' ');
+            put(*a.name() ? a.name() : ":anonymous");
+            put("=\"");
+            escaped(a.value(), attributeSpecial, true);
+            put('"');
+        }
+        if (isProtectedValue(node)) {
+            // Only its text, as a reader takes it.
+            protect(node.text().get());
+            if (encoded_.empty()) {
+                put("/>");
+            } else {
+                put('>');
+                put(encoded_);
+                closeTag(name);
+            }
+            return false;
+        }
+        const char* value = node.value();
+        if (*value == '\0') {
+            if (!node.first_child()) {
+                put("/>");
+                return false;
+            }
+            put('>');
+            return true;
+        }
+        put('>');
+        escaped(value, pcdataSpecial);
+        if (node.first_child())
+            return true;
+        closeTag(name);
+        return false;
+    }
+
+    void end(const pugi::xml_node& node) { closeTag(nameOf(node)); }
+
+    void closeTag(const char* name)
+    {
+        put("</");
+        put(name);
+        put('>');
+    }
+
+    void protect(std::string_view plain)
+    {
+        cipher_.resizeUninitialised(0);
+        cipher_.append(plain);
+        stream_.apply(cipher_.span());
+        base64EncodeInto(cipher_.span(), encoded_);
+    }
+
+    // CDATA, comments and the rest, which KDBX writers do not make: as pugixml prints them.
+    void other(const pugi::xml_node& node)
+    {
+        struct Forward final : pugi::xml_writer {
+            DocumentWriter& out;
+            explicit Forward(DocumentWriter& o) : out(o) {}
+            void write(const void* data, std::size_t size) override
+            {
+                out.put(std::string_view(static_cast<const char*>(data), size));
+            }
+        } forward(*this);
+        node.print(forward, "", xmlFormatOptions, pugi::encoding_utf8);
+    }
+
+    void escaped(const char* text, std::string_view special, bool attribute = false)
+    {
+        const char* run = text;
+        for (const char* p = text;; ++p) {
+            const auto c = static_cast<unsigned char>(*p);
+            const bool control = c < 32 && (attribute || (c != '\t' && c != '\n' && c != '\r'));
+            if (c != 0 && !control && special.find(static_cast<char>(c)) == std::string_view::npos)
+                continue;
+            put(std::string_view(run, static_cast<std::size_t>(p - run)));
+            if (c == 0)
+                return;
+            run = p + 1;
+            switch (c) {
+            case '&': put("&amp;"); break;
+            case '<': put("&lt;"); break;
+            case '>': put("&gt;"); break;
+            case '"': put("&quot;"); break;
+            default: {
+                const char escape[] = {'&', '#', static_cast<char>('0' + c / 10), static_cast<char>('0' + c % 10), ';'};
+                put(std::string_view(escape, sizeof escape));
+            }
+            }
+        }
+    }
+
+    void put(char c) { put(std::string_view(&c, 1)); }
+    void put(std::string_view text)
+    {
+        if (text.size() > capacity - used_) {
+            flush();
+            if (text.size() > capacity) {
+                // A long text goes out where it lies.
+                sink_(ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
+                return;
+            }
+        }
+        std::memcpy(buffer_.data() + used_, text.data(), text.size());
+        used_ += text.size();
+    }
+    void flush()
+    {
+        if (used_ != 0)
+            sink_(buffer_.span().first(used_));
+        used_ = 0;
+    }
+
+    ChaCha20& stream_;
+    const std::function<void(ByteView)>& sink_;
+    SecureBytes buffer_;
+    std::size_t used_ = 0;
+    SecureBytes cipher_;
+    std::string encoded_; // ciphertext: nothing secret
 };
 
 DerivedKeys keysFor(const OuterHeader& header, const Credentials& credentials,
@@ -181,58 +309,63 @@ DerivedKeys keysFor(const OuterHeader& header, const Credentials& credentials,
 }
 
 
-// The declaration says what the writer wrote: XML 1.0, UTF-8, standalone.
-void normaliseDeclaration(pugi::xml_document& document)
-{
-    pugi::xml_node decl = document.first_child();
-    if (!decl || decl.type() != pugi::node_declaration)
-        decl = document.prepend_child(pugi::node_declaration);
-    for (const char* name : {"version", "encoding", "standalone"})
-        if (!decl.attribute(name))
-            decl.append_attribute(name);
-    decl.attribute("version").set_value("1.0");
-    decl.attribute("encoding").set_value("utf-8");
-    decl.attribute("standalone").set_value("yes");
-}
-
-// Hands pugixml's output to the compressor as it is produced.
-class GzipSink final : public pugi::xml_writer {
+// Hands the XML on as it is produced (to the compressor, or to the payload buffer), taking its digest on the way.
+class XmlSink {
 public:
-    explicit GzipSink(GzipWriter& out) : out_(out) {}
-    void write(const void* data, std::size_t size) override
+    explicit XmlSink(std::function<void(ByteView)> next) : next_(std::move(next)) {}
+    void operator()(ByteView piece)
     {
-        out_.write(ByteView(static_cast<const std::uint8_t*>(data), size));
+        digest_.update(piece);
+        size_ += piece.size();
+        next_(piece);
+    }
+    std::uint64_t size() const noexcept { return size_; }
+    Digest256 finish() { return digest_.finish(); }
+
+private:
+    std::function<void(ByteView)> next_;
+    Sha256 digest_;
+    std::uint64_t size_ = 0;
+};
+
+// Encrypts a body (the payload, compressed when the header says so) as it is handed over, and frames it: the
+// outer header, its digest and HMAC, then the block stream. The file is sized once, from the body's size or a
+// guess at it.
+class Framer {
+public:
+    Framer(const OuterHeader& header, const DerivedKeys& keys, std::size_t bodySize)
+        : encryptor_(header, keys.masterKey), out_(serialiseOuterHeader(header)), blocks_(out_, keys.hmacBaseKey)
+    {
+        const Digest256 digest = headerDigest(out_);
+        const Digest256 mac = headerHmac(out_, keys.hmacBaseKey);
+        // A quarter more than expected costs nothing until it is written to, and spares a copy of the whole file
+        // when the body outgrows a size that was only a guess.
+        out_.reserve(out_.size() + 64 + bodySize + bodySize / 4 + 16 + (bodySize / (std::size_t{1} << 20) + 2) * 36);
+        out_.insert(out_.end(), digest.begin(), digest.end());
+        out_.insert(out_.end(), mac.begin(), mac.end());
+    }
+    void write(ByteView body)
+    {
+        while (!body.empty()) {
+            const ByteView piece = body.first(std::min(body.size(), pieceSize));
+            blocks_.write(ByteView(cipher_.data(), encryptor_.update(piece, cipher_.data())));
+            body = body.subspan(piece.size());
+        }
+    }
+    std::vector<std::uint8_t> finish()
+    {
+        blocks_.write(ByteView(cipher_.data(), encryptor_.finish(cipher_.data())));
+        blocks_.finish();
+        return std::move(out_);
     }
 
 private:
-    GzipWriter& out_;
+    static constexpr std::size_t pieceSize = std::size_t{64} << 10;
+    PayloadEncryptor encryptor_;
+    std::vector<std::uint8_t> out_;
+    BlockStreamWriter blocks_;
+    std::vector<std::uint8_t> cipher_ = std::vector<std::uint8_t>(pieceSize + 16); // ciphertext: nothing secret
 };
-
-// Encrypts a finished body (the payload, compressed when the header says so) and frames it: the outer
-// header, its digest and HMAC, then the block stream.
-std::vector<std::uint8_t> frame(const OuterHeader& header, const DerivedKeys& keys, SecureBytes body)
-{
-    std::vector<std::uint8_t> aesCiphertext;
-    ByteView ciphertext;
-    if (isIdentifier(header.cipher, cipherChaCha20)) {
-        // ChaCha20 encrypts in place: the buffer holds ciphertext from here on.
-        ChaCha20(keys.masterKey.span(), header.encryptionIV).apply(body.span());
-        ciphertext = body.span();
-    } else {
-        aesCiphertext = aes256CbcEncrypt(keys.masterKey, header.encryptionIV, body.span());
-        body.wipe();
-        ciphertext = aesCiphertext;
-    }
-
-    std::vector<std::uint8_t> out = serialiseOuterHeader(header);
-    const Digest256 digest = headerDigest(out);
-    const Digest256 mac = headerHmac(out, keys.hmacBaseKey);
-    out.insert(out.end(), digest.begin(), digest.end());
-    out.insert(out.end(), mac.begin(), mac.end());
-    out.reserve(out.size() + ciphertext.size() + (ciphertext.size() / (1 << 20) + 2) * 36);
-    writeBlockStream(out, ciphertext, keys.hmacBaseKey);
-    return out;
-}
 
 } // namespace
 
@@ -287,6 +420,7 @@ std::unique_ptr<KdbxFile> KdbxFile::decode(ByteView fileBytes, const Credentials
         xmlOffset = 0;
     }
     file->xmlSizeHint_ = payload.size() - xmlOffset;
+    file->fileSizeHint_ = fileBytes.size();
     file->parseBuffer_ = std::move(payload);
     const pugi::xml_parse_result result =
         file->document.load_buffer_inplace(file->parseBuffer_.data() + xmlOffset, file->parseBuffer_.size() - xmlOffset,
@@ -298,11 +432,13 @@ std::unique_ptr<KdbxFile> KdbxFile::decode(ByteView fileBytes, const Credentials
     return file;
 }
 
-std::vector<std::uint8_t> KdbxFile::save(const Credentials& credentials)
+EncodedFile KdbxFile::encode(const Credentials& credentials)
 {
     const bool chacha = isIdentifier(header.cipher, cipherChaCha20);
     if (!chacha && !isIdentifier(header.cipher, cipherAes256))
         throw KdbxError::unsupportedCipher("write");
+    if (!hasName(document.document_element(), "KeePassFile"))
+        throw KdbxError::malformedXML("no KeePassFile element");
     header.masterSeed = randomBytes(masterSeedSize);
     header.encryptionIV = randomBytes(chacha ? 12 : 16);
     header.kdf.entries["S"] = randomBytes(saltSize);
@@ -314,9 +450,12 @@ std::vector<std::uint8_t> KdbxFile::save(const Credentials& credentials)
     auto keys = std::async(std::launch::async | std::launch::deferred,
                            [this, &credentials] { return keysFor(header, credentials); });
 
+    EncodedFile encoded;
     SecureBytes body;
     serialiseInnerHeader(inner, body);
     const std::size_t innerSize = body.size();
+    encoded.digests.innerHeaderSize = innerSize;
+    sha256({body.span()}, encoded.digests.innerHeader);
     GzipWriter packed;
     if (header.compressed) {
         packed.write(body.span());
@@ -324,24 +463,96 @@ std::vector<std::uint8_t> KdbxFile::save(const Credentials& credentials)
     } else {
         body.reserve(innerSize + xmlSizeHint_ + xmlSizeHint_ / 8 + 4096);
     }
+    // Once the keys are there, compressed slices are encrypted and framed as soon as they are deflated, so the
+    // compressed body never waits whole beside the file being framed.
+    std::optional<Framer> framer;
+    const auto frameReady = [&] {
+        if (!framer && keys.wait_for(std::chrono::seconds(0)) == std::future_status::ready)
+            framer.emplace(header, keys.get(), fileSizeHint_);
+        if (framer)
+            packed.drainReady([&framer](ByteView piece) { framer->write(piece); });
+    };
+    XmlSink sink(header.compressed ? std::function<void(ByteView)>([&](ByteView piece) {
+        packed.write(piece);
+        frameReady();
+    })
+                                   : std::function<void(ByteView)>([&body](ByteView piece) { body.append(piece); }));
     {
-        ProtectedValues protectedValues(document, inner);
-        normaliseDeclaration(document);
-        if (header.compressed) {
-            GzipSink sink(packed);
-            document.save(sink, "", xmlFormatOptions, pugi::encoding_utf8);
-        } else {
-            SecureWriter writer(body);
-            document.save(writer, "", xmlFormatOptions, pugi::encoding_utf8);
-        }
+        ChaCha20 stream = innerStream(inner);
+        const std::function<void(ByteView)> out = [&sink](ByteView piece) { sink(piece); };
+        DocumentWriter(stream, out).write(document);
     }
+    encoded.digests.xmlSize = sink.size();
+    encoded.digests.xml = sink.finish();
+    xmlSizeHint_ = static_cast<std::size_t>(sink.size());
+
     if (header.compressed) {
-        xmlSizeHint_ = packed.size() - innerSize;
-        body = packed.finish();
+        const std::size_t rest = packed.close();
+        if (!framer)
+            framer.emplace(header, keys.get(), rest);
+        packed.drain([&framer](ByteView piece) { framer->write(piece); });
     } else {
-        xmlSizeHint_ = body.size() - innerSize;
+        framer.emplace(header, keys.get(), body.size());
+        framer->write(body.span());
+        body.wipe();
     }
-    return frame(header, keys.get(), std::move(body));
+    encoded.bytes = framer->finish();
+    fileSizeHint_ = encoded.bytes.size();
+    return encoded;
+}
+
+void KdbxFile::verify(ByteView fileBytes, const Credentials& credentials, const PayloadDigests& digests)
+{
+    ByteReader reader(fileBytes);
+    const ParsedOuterHeader parsed = parseOuterHeader(reader);
+    if (!constantTimeEqual(reader.bytes(32), headerDigest(parsed.raw)))
+        throw KdbxError::headerCorrupt();
+    const DerivedKeys keys = keysFor(parsed.header, credentials);
+    if (!constantTimeEqual(reader.bytes(32), headerHmac(parsed.raw, keys.hmacBaseKey)))
+        throw KdbxError::wrongCredentials();
+
+    // The payload as it comes out: the inner header first, then the XML, each into its own digest.
+    std::uint64_t seen = 0;
+    Sha256 innerDigest, xmlDigest;
+    const auto payload = [&](ByteView plain) {
+        if (seen < digests.innerHeaderSize) {
+            const auto n =
+                static_cast<std::size_t>(std::min<std::uint64_t>(plain.size(), digests.innerHeaderSize - seen));
+            innerDigest.update(plain.first(n));
+            plain = plain.subspan(n);
+            seen += n;
+        }
+        xmlDigest.update(plain);
+        seen += plain.size();
+    };
+    std::optional<GunzipReader> gunzip;
+    if (parsed.header.compressed)
+        gunzip.emplace(payload);
+    const auto decrypted = [&](ByteView plain) {
+        if (gunzip)
+            gunzip->write(plain);
+        else
+            payload(plain);
+    };
+
+    PayloadDecryptor decryptor = payloadDecryptor(parsed.header, keys);
+    constexpr std::size_t pieceSize = std::size_t{64} << 10;
+    SecureBytes plain = SecureBytes::uninitialised(pieceSize + 16);
+    readBlocks(reader, keys.hmacBaseKey, [&](ByteView block) {
+        while (!block.empty()) {
+            const ByteView piece = block.first(std::min(block.size(), pieceSize));
+            decrypted(plain.span().first(decryptor.update(piece, plain.data())));
+            block = block.subspan(piece.size());
+        }
+    });
+    decrypted(plain.span().first(decryptor.finish(plain.data())));
+    if (gunzip)
+        gunzip->finish();
+
+    const Digest256 innerSeen = innerDigest.finish(), xmlSeen = xmlDigest.finish();
+    if (reader.remaining() != 0 || seen != digests.innerHeaderSize + digests.xmlSize ||
+        !constantTimeEqual(innerSeen, digests.innerHeader) || !constantTimeEqual(xmlSeen, digests.xml))
+        throw KdbxError::writtenFileDiffers();
 }
 
 std::vector<std::uint8_t> KdbxFile::seal(const OuterHeader& header, const Credentials& credentials, SecureBytes payload)
@@ -354,7 +565,10 @@ std::vector<std::uint8_t> KdbxFile::seal(const OuterHeader& header, const Creden
         payload.wipe();
         payload = packed.finish();
     }
-    return frame(header, keysFor(header, credentials), std::move(payload));
+    Framer framer(header, keysFor(header, credentials), payload.size());
+    framer.write(payload.span());
+    payload.wipe();
+    return framer.finish();
 }
 
 std::unique_ptr<KdbxFile> KdbxFile::newDatabase()

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kdbx/CompositeKey.h"
+#include "kdbx/Crypto.h"
 #include "kdbx/InnerHeader.h"
 #include "kdbx/OuterHeader.h"
 #include "kdbx/SecureBytes.h"
@@ -16,6 +17,21 @@
 
 namespace quillon::kdbx {
 
+// What a save put into the payload, by size and SHA-256: enough to prove that a written file decrypts to exactly
+// those bytes without building a second document. Kept in memory only.
+struct PayloadDigests {
+    std::uint64_t innerHeaderSize = 0;
+    Digest256 innerHeader{};
+    std::uint64_t xmlSize = 0;
+    Digest256 xml{};
+};
+
+// A whole encoded file (encrypted: nothing secret) and the digests of the payload inside it.
+struct EncodedFile {
+    std::vector<std::uint8_t> bytes;
+    PayloadDigests digests;
+};
+
 // The codec knows nothing of paths: reading and writing files belongs to the file layer.
 class KdbxFile {
     // The payload the document was parsed from in place; text nodes point into it until edited, so it
@@ -24,6 +40,8 @@ class KdbxFile {
     // The size of the XML last read or written: the next save reserves about that much at once, instead
     // of growing (and copying, and wiping) its buffer a dozen times.
     std::size_t xmlSizeHint_ = 0;
+    // The size of the file last read or written, which the next save's file is reserved at.
+    std::size_t fileSizeHint_ = 0;
 
 public:
     OuterHeader header;
@@ -39,9 +57,15 @@ public:
     // document while it is built. The vector is empty afterwards, whether or not the open succeeded.
     static std::unique_ptr<KdbxFile> open(std::vector<std::uint8_t>&& fileBytes, const Credentials& credentials,
                                           const std::atomic<bool>* cancel = nullptr);
-    // Draws a fresh seed, IV, Argon2 salt and inner stream key, so every save differs.
-    // The document holds plain values again afterwards, whether or not the save succeeded.
-    std::vector<std::uint8_t> save(const Credentials& credentials);
+    // Draws a fresh seed, IV, Argon2 salt and inner stream key into the headers, so every save differs, and
+    // encodes the document into a whole file. The document is only read. A document without its KeePassFile
+    // element is refused (malformedXML): no reader would open it.
+    EncodedFile encode(const Credentials& credentials);
+    std::vector<std::uint8_t> save(const Credentials& credentials) { return encode(credentials).bytes; }
+    // Proves that fileBytes open with the credentials (header digest, key derivation, header and block codes)
+    // and decrypt and inflate to exactly the payload that digests describe. Runs as a stream, in a few hundred
+    // KiB whatever the size of the file. Throws what open throws, or writtenFileDiffers.
+    static void verify(ByteView fileBytes, const Credentials& credentials, const PayloadDigests& digests);
     // Encrypts a finished payload (inner header and XML) into a whole file under the header's cipher,
     // compression and key-derivation settings, as they stand.
     static std::vector<std::uint8_t> seal(const OuterHeader& header, const Credentials& credentials,

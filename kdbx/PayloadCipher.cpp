@@ -129,29 +129,76 @@ std::size_t PayloadDecryptor::finish(std::uint8_t* out)
     return static_cast<std::size_t>(len);
 }
 
-SecureBytes decryptPayload(ByteReader& reader, const OuterHeader& header, const DerivedKeys& keys)
+PayloadDecryptor payloadDecryptor(const OuterHeader& header, const DerivedKeys& keys)
 {
-    std::optional<PayloadDecryptor> decryptor;
     if (isIdentifier(header.cipher, cipherAes256)) {
         if (header.encryptionIV.size() != aesBlock)
             throw KdbxError::malformedHeader("encryption IV length");
-        decryptor.emplace(PayloadDecryptor::aes256Cbc(keys.masterKey, header.encryptionIV));
-    } else if (isIdentifier(header.cipher, cipherChaCha20)) {
+        return PayloadDecryptor::aes256Cbc(keys.masterKey, header.encryptionIV);
+    }
+    if (isIdentifier(header.cipher, cipherChaCha20)) {
         if (header.encryptionIV.size() != 12)
             throw KdbxError::malformedHeader("encryption IV length");
-        decryptor.emplace(PayloadDecryptor::chaCha20(keys.masterKey, header.encryptionIV));
-    } else {
-        throw KdbxError::unsupportedCipher(base64Encode(header.cipher));
+        return PayloadDecryptor::chaCha20(keys.masterKey, header.encryptionIV);
     }
+    throw KdbxError::unsupportedCipher(base64Encode(header.cipher));
+}
+
+SecureBytes decryptPayload(ByteReader& reader, const OuterHeader& header, const DerivedKeys& keys)
+{
+    PayloadDecryptor decryptor = payloadDecryptor(header, keys);
     // The blocks' data and their 36-byte headers are all within what is left, so that is room enough for
     // the plaintext and the cipher's held-back block.
     SecureBytes payload = SecureBytes::uninitialised(reader.remaining());
     std::size_t length = 0;
     readBlocks(reader, keys.hmacBaseKey,
-               [&](ByteView block) { length += decryptor->update(block, payload.data() + length); });
-    length += decryptor->finish(payload.data() + length);
+               [&](ByteView block) { length += decryptor.update(block, payload.data() + length); });
+    length += decryptor.finish(payload.data() + length);
     payload.resize(length);
     return payload;
+}
+
+PayloadEncryptor::PayloadEncryptor(const OuterHeader& header, const SecureBytes& key)
+{
+    QUILLON_CHECK(key.size() == 32);
+    std::array<std::uint8_t, 16> iv{};
+    const EVP_CIPHER* cipher = nullptr;
+    if (isIdentifier(header.cipher, cipherAes256)) {
+        QUILLON_CHECK(header.encryptionIV.size() == aesBlock);
+        std::copy(header.encryptionIV.begin(), header.encryptionIV.end(), iv.begin());
+        cipher = EVP_aes_256_cbc();
+    } else if (isIdentifier(header.cipher, cipherChaCha20)) {
+        QUILLON_CHECK(header.encryptionIV.size() == 12);
+        // OpenSSL's IV is the 32-bit little-endian block counter (0 for the payload) followed by the nonce.
+        std::copy(header.encryptionIV.begin(), header.encryptionIV.end(), iv.begin() + 4);
+        cipher = EVP_chacha20();
+    } else {
+        throw KdbxError::unsupportedCipher("write");
+    }
+    context_ = EVP_CIPHER_CTX_new();
+    QUILLON_CHECK(context_ && EVP_EncryptInit_ex(context_, cipher, nullptr, key.data(), iv.data()) == 1);
+}
+
+PayloadEncryptor::~PayloadEncryptor() { EVP_CIPHER_CTX_free(context_); }
+
+std::size_t PayloadEncryptor::update(ByteView input, std::uint8_t* out)
+{
+    std::size_t written = 0;
+    while (!input.empty()) {
+        int len = 0;
+        const int n = sliceLength(input.size());
+        QUILLON_CHECK(EVP_EncryptUpdate(context_, out + written, &len, input.data(), n) == 1);
+        written += static_cast<std::size_t>(len);
+        input = input.subspan(static_cast<std::size_t>(n));
+    }
+    return written;
+}
+
+std::size_t PayloadEncryptor::finish(std::uint8_t* out)
+{
+    int len = 0;
+    QUILLON_CHECK(EVP_EncryptFinal_ex(context_, out, &len) == 1);
+    return static_cast<std::size_t>(len);
 }
 
 ChaCha20::ChaCha20(ByteView key, ByteView nonce, std::uint32_t counter)

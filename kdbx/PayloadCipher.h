@@ -44,6 +44,28 @@ private:
     evp_cipher_ctx_st* context_ = nullptr;
 };
 
+// Encrypts a payload handed over in pieces under the header's cipher (AES-256-CBC with PKCS#7 padding, or the
+// ChaCha20 stream), so that it never needs to be joined first. Throws unsupportedCipher for any other cipher.
+class PayloadEncryptor {
+public:
+    PayloadEncryptor(const OuterHeader& header, const SecureBytes& key);
+    ~PayloadEncryptor();
+    PayloadEncryptor(const PayloadEncryptor&) = delete;
+    PayloadEncryptor& operator=(const PayloadEncryptor&) = delete;
+
+    // Writes at most input.size() + 16 bytes at out and returns how many it wrote.
+    std::size_t update(ByteView input, std::uint8_t* out);
+    // Writes at most 16 bytes at out (the padding block).
+    std::size_t finish(std::uint8_t* out);
+
+private:
+    evp_cipher_ctx_st* context_ = nullptr;
+};
+
+// The decryptor for the header's cipher. Throws unsupportedCipher, or malformedHeader for an IV of the wrong
+// length.
+PayloadDecryptor payloadDecryptor(const OuterHeader& header, const DerivedKeys& keys);
+
 // Reads the block stream at the reader and decrypts it with the header's cipher. Each block is decrypted
 // straight out of the file's bytes once its code checks, so the joined ciphertext is never held as a copy
 // of its own. Throws KdbxError: a bad block code, an unsupported cipher, an IV of the wrong length, or

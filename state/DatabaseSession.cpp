@@ -1,10 +1,13 @@
 #include "state/DatabaseSession.h"
 
 #include "files/CanonicalPath.h"
+#include "files/ChangedOnDisk.h"
+#include "files/SaveError.h"
 #include "model/Attachments.h"
 #include "model/History.h"
 #include "model/Nodes.h"
 
+#include <QMetaObject>
 #include <QThreadPool>
 
 #include <algorithm>
@@ -153,7 +156,7 @@ DatabaseSession::DatabaseSession(SessionServices services, QObject* parent)
     if (!services_.runInBackground)
         services_.runInBackground = [](std::function<void()> job) { QThreadPool::globalInstance()->start(job); };
     if (!services_.runBackups)
-        services_.runBackups = std::make_shared<files::PreSaveBackup>();
+        services_.runBackups = std::make_shared<RunBackups>();
     lastActivity_ = services_.clock();
 }
 
@@ -568,26 +571,89 @@ files::PreSaveBackup::Outcome DatabaseSession::save()
     return saveTo(*location_, stamp());
 }
 
+files::BackupSetting DatabaseSession::backupSetting() const
+{
+    files::BackupSetting setting;
+    setting.backups = isDecoy_ ? nullptr : services_.backups; // a decoy never makes backups
+    setting.backUpBeforeSaving = services_.backUpBeforeSaving();
+    return setting;
+}
+
 files::PreSaveBackup::Outcome DatabaseSession::saveTo(const std::filesystem::path& location,
                                                       const std::optional<files::DiskStamp>& expected)
 {
-    if (!file_ || !credentials_)
-        throw std::logic_error("nothing to save");
-    files::BackupSetting setting;
-    setting.backups = isDecoy_ ? nullptr : services_.backups; // a decoy never shows or makes backups
-    setting.backUpBeforeSaving = services_.backUpBeforeSaving();
-    const auto outcome = file_->saveTo(location, expected, *credentials_, setting);
-    afterSave(location);
-    return outcome;
+    if (!file_ || !credentials_ || saving_)
+        throw std::logic_error("nothing to save, or a save is running");
+    const auto position = undo_.position();
+    const auto encoded = file_->encode(*credentials_);
+    const std::lock_guard held(services_.runBackups->mutex);
+    const auto done = files::commit(encoded, location, expected, backupSetting(), services_.runBackups->record);
+    afterSave(location, done.stamp, position);
+    return done.backup;
 }
 
-void DatabaseSession::afterSave(const std::filesystem::path& location)
+bool DatabaseSession::saveInBackground(const std::filesystem::path& location,
+                                       const std::optional<files::DiskStamp>& expected)
 {
+    if (!file_ || !credentials_ || saving_)
+        return false;
+    const auto position = undo_.position();
+    auto encoded = std::make_shared<files::EncodedDatabase>(file_->encode(*credentials_));
+    saving_ = true;
+    struct Outcome {
+        std::optional<files::Committed> done;
+        QString cause;
+        bool changedOnDisk = false;
+    };
+    std::weak_ptr<QObject> receiver = receiver_;
+    services_.runInBackground([this, receiver, encoded, location, expected, position, setting = backupSetting(),
+                               runBackups = services_.runBackups] {
+        auto outcome = std::make_shared<Outcome>();
+        try {
+            const std::lock_guard held(runBackups->mutex);
+            outcome->done = files::commit(*encoded, location, expected, setting, runBackups->record);
+        } catch (const files::SaveError& error) {
+            outcome->cause = QString::fromStdString(error.cause());
+        } catch (const files::ChangedOnDisk& error) {
+            outcome->cause = QString::fromUtf8(error.what());
+            outcome->changedOnDisk = true;
+        } catch (const std::exception& error) {
+            outcome->cause = QString::fromUtf8(error.what());
+        }
+        const auto anchor = receiver.lock();
+        if (!anchor)
+            return;
+        QMetaObject::invokeMethod(
+            anchor.get(),
+            [this, receiver, outcome, location, position] {
+                if (receiver.expired())
+                    return;
+                saving_ = false;
+                if (outcome->done) {
+                    afterSave(location, outcome->done->stamp, position);
+                    Q_EMIT saved(outcome->done->backup);
+                } else {
+                    Q_EMIT saveFailed(outcome->cause, outcome->changedOnDisk);
+                }
+                if (std::exchange(lockAfterSave_, false))
+                    lock();
+            },
+            Qt::QueuedConnection);
+    });
+    return true;
+}
+
+void DatabaseSession::afterSave(const std::filesystem::path& location, const files::DiskStamp& stamp,
+                                std::uint64_t position)
+{
+    file_->adopt(location, stamp);
     location_ = location;
-    // A save replaces the file, and the inode it frees may go to the next new file: the claim follows.
-    if (services_.openFiles)
+    // A save replaces the file: the claim follows it to the new one.
+    if (services_.openFiles) {
         services_.openFiles->claim(location, owner_);
-    undo_.markSaved();
+        services_.openFiles->refresh(owner_);
+    }
+    undo_.markSavedAt(position);
     dirtyMaybeChanged();
 }
 

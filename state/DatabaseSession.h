@@ -23,6 +23,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -30,12 +31,18 @@ Q_DECLARE_METATYPE(pugi::xml_node)
 
 namespace quillon::state {
 
+// The run's backups: the first save of each file in this run backs it up, whichever session saves it and
+// however often it was locked and unlocked. Saves of different sessions may commit on workers at once.
+struct RunBackups {
+    std::mutex mutex;
+    files::PreSaveBackup record;
+};
+
 // What every session of the run shares, handed in by whoever makes the sessions.
 struct SessionServices {
     // Main thread only. None: no registry (the command line holds one file for one command).
     files::OpenFiles* openFiles = nullptr;
-    // The run's backups: the first save of each file in this run backs it up, whichever session saves it.
-    std::shared_ptr<files::PreSaveBackup> runBackups = std::make_shared<files::PreSaveBackup>();
+    std::shared_ptr<RunBackups> runBackups = std::make_shared<RunBackups>();
     // None: no backups at all.
     const files::Backups* backups = nullptr;
     // The preference, read at each save.
@@ -160,6 +167,11 @@ public:
     // Expecting the stamp given (the user agreed to overwrite, or Save As); the session then lives there.
     files::PreSaveBackup::Outcome saveTo(const std::filesystem::path& location,
                                          const std::optional<files::DiskStamp>& expected);
+    // The same without freezing the caller: the document is encoded here, then written, checked and backed up
+    // on a worker; saved or saveFailed follows. Changes made meanwhile stay unsaved, and a lock asked for
+    // meanwhile waits for the end. False when a save is already running.
+    bool saveInBackground(const std::filesystem::path& location, const std::optional<files::DiskStamp>& expected);
+    bool isSaving() const noexcept { return saving_; }
 
     // --- Locking and unlocking ---------------------------------------------------------------------------
     // Locks as the user asked or a trigger fired; does nothing when there is nothing to lock.
@@ -200,6 +212,11 @@ Q_SIGNALS:
     void alert(const QString& message);
     // The clipboard is to be cleared if it still holds what this application put there.
     void clipboardClearRequested();
+    // A background save finished; backup says what became of the pre-save backup.
+    void saved(files::PreSaveBackup::Outcome backup);
+    // It failed and nothing was written: the cause, without a "Could not save" of its own. changedOnDisk when
+    // another program changed the file meanwhile, so that the window can ask.
+    void saveFailed(const QString& cause, bool changedOnDisk);
     // The real database opened from its file: the window adds it to the recent list and remembers the key
     // file used (unlockScreen().keyFile).
     void unlockedFromFile();
@@ -214,7 +231,8 @@ private:
     void attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials);
     void dropDocument();
     void dirtyMaybeChanged();
-    void afterSave(const std::filesystem::path& location);
+    void afterSave(const std::filesystem::path& location, const files::DiskStamp& stamp, std::uint64_t position);
+    files::BackupSetting backupSetting() const;
 
     void lockToFile();
     void lockWithSnapshot(std::vector<std::uint8_t> bytes);
@@ -237,6 +255,8 @@ private:
     UndoStack undo_;
     bool lastDirty_ = false;
     bool isDecoy_ = false;
+    bool saving_ = false;
+    bool lockAfterSave_ = false;
 
     std::optional<std::vector<std::uint8_t>> lockedSnapshot_;
     // The stamp of the file as last read or written, kept while the changes are sealed.

@@ -65,6 +65,10 @@ void DatabaseSession::checkIdle(int idleLockMinutes)
 
 void DatabaseSession::lock()
 {
+    if (saving_) {
+        lockAfterSave_ = true; // what is being written stays whole; the lock follows at once
+        return;
+    }
     if (lockedSnapshot_ || !document_ || !credentials_ || isLocked())
         return;
     pinGate_.windowLocked(*credentials_);

@@ -2,6 +2,16 @@
 
 namespace quillon::state {
 
+std::uint64_t freshSerial() noexcept
+{
+    static std::uint64_t next = 0; // main thread only, like every command
+    return ++next;
+}
+
+Command::Command(QString text) : text_(std::move(text)), serial_(freshSerial()) {}
+
+UndoStack::UndoStack() : base_(freshSerial()) {}
+
 void Command::addStep(std::function<void()> undo, std::function<void()> redo)
 {
     steps_.push_back({std::move(undo), std::move(redo)});
@@ -48,11 +58,22 @@ bool UndoStack::redo(model::Document& document)
     return true;
 }
 
+void UndoStack::markSavedAt(std::uint64_t position) noexcept
+{
+    saved_.reset();
+    if (position == base_)
+        saved_ = 0;
+    for (std::size_t i = 0; i < commands_.size(); ++i)
+        if (commands_[i]->serial() == position)
+            saved_ = i + 1;
+}
+
 void UndoStack::clear() noexcept
 {
     const bool saved = atSavedPoint();
     commands_.clear();
     index_ = 0;
+    base_ = freshSerial();
     if (saved)
         saved_ = 0;
     else

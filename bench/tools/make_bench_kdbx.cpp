@@ -1,7 +1,7 @@
 // Writes the benchmark database of N entries (the shared benchmark document) with our own writer, under its
 // light Argon2id (1 MiB, 1 pass) so that the codec, not the key derivation, is what gets timed.
 //   make_bench_kdbx ENTRIES OUTPUT PASSWORD
-#include "tests/support/BenchDatabase.h"
+#include "bench/support/BenchDatabase.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -15,11 +15,11 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: %s ENTRIES OUTPUT PASSWORD\n", argv[0]);
         return 2;
     }
-    test::BenchDatabaseOptions options;
+    bench::BenchDatabaseOptions options;
     options.entries = std::strtoull(argv[1], nullptr, 10);
     kdbx::Credentials credentials;
     credentials.password = kdbx::SecureBytes::fromText(argv[3]);
-    const std::vector<std::uint8_t> bytes = test::benchDatabaseFile(credentials, options);
+    const std::vector<std::uint8_t> bytes = bench::benchDatabaseFile(credentials, options);
     std::ofstream out(argv[2], std::ios::binary);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     if (!out.flush()) {

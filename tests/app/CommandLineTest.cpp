@@ -2,6 +2,7 @@
 #include "app/CommandLine.h"
 #include "kdbx/ByteReader.h"
 #include "kdbx/OuterHeader.h"
+#include "tests/support/Helpers.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestDb.h"
@@ -31,7 +32,7 @@ extern char** environ;
 namespace {
 
 const std::string quillon = QUILLON_BINARY_DIR "/app/quillon";
-const std::string usageLine = "usage: quillon --verify <path> [password] | --self-test\n";
+const std::string usageLine = "usage: quillon [FILE…] | --verify <path> [password] | --self-test\n";
 
 ProcessResult runQuillon(std::vector<std::string> args, ProcessOptions options = {})
 {
@@ -71,12 +72,9 @@ TEST(CommandLine, argumentsChooseTheMode)
         {{"a.kdbx", "--version"}, app::Mode::application, "", -1},
     };
     for (const auto& c : cases) {
-        std::vector<std::string> storage{"quillon"};
-        storage.insert(storage.end(), c.args.begin(), c.args.end());
-        std::vector<char*> argv;
-        for (auto& s : storage)
-            argv.push_back(s.data());
-        const auto command = app::parseCommandLine(argv);
+        std::vector<std::string> args{"quillon"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        const auto command = app::parseCommandLine(test::Argv(args).list());
         const std::string name = testing::PrintToString(c.args);
         EXPECT_EQ(command.mode, c.mode) << name;
         EXPECT_EQ(command.path, c.path) << name;
@@ -86,18 +84,12 @@ TEST(CommandLine, argumentsChooseTheMode)
 
 TEST(CommandLine, leadingTildeIsTheHomeDirectory)
 {
-    const char* saved = std::getenv("HOME");
-    const std::string savedHome = saved ? saved : "";
-    ::setenv("HOME", "/home/someone", 1);
+    const test::ScopedEnv home("HOME", "/home/someone");
     EXPECT_EQ(app::expandTilde("~"), "/home/someone");
     EXPECT_EQ(app::expandTilde("~/x.kdbx"), "/home/someone/x.kdbx");
     EXPECT_EQ(app::expandTilde("a/~/x.kdbx"), "a/~/x.kdbx");
     EXPECT_EQ(app::expandTilde("~root/x"), "/root/x");
     EXPECT_EQ(app::expandTilde("~no-such-user-here/x"), "~no-such-user-here/x");
-    if (saved)
-        ::setenv("HOME", savedHome.c_str(), 1);
-    else
-        ::unsetenv("HOME");
 }
 
 TEST(CommandLine, programPrintsWhatEachFormAsksFor)
@@ -116,7 +108,7 @@ TEST(CommandLine, programPrintsWhatEachFormAsksFor)
         int status;
     };
     const Case cases[] = {
-        {"nothing", {}, usageLine, 2},
+        {"nothing, without a display", {}, "No display to show windows on: DISPLAY and WAYLAND_DISPLAY are unset.\n", 1},
         {"verify alone", {"--verify"}, usageLine, 2},
         {"verify not first", {"x", "--verify", home + "/notkdbx.kdbx", "pw"}, usageLine, 2},
         {"empty path", {"--verify", ""}, "Not a file: (no path given)\n", 1},
@@ -131,6 +123,7 @@ TEST(CommandLine, programPrintsWhatEachFormAsksFor)
     for (const auto& c : cases) {
         ProcessOptions options;
         options.env["HOME"] = home;
+        options.unsetEnv = {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"};
         const auto r = runQuillon(c.args, options);
         EXPECT_EQ(r.out, c.out) << c.name;
         EXPECT_EQ(r.exitCode, c.status) << c.name;
@@ -161,12 +154,9 @@ struct TerminalSession {
 
 TerminalSession runOnTerminal(const std::vector<std::string>& args, const std::string& typed)
 {
-    std::vector<std::string> storage{quillon};
-    storage.insert(storage.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (auto& s : storage)
-        argv.push_back(s.data());
-    argv.push_back(nullptr);
+    std::vector<std::string> all{quillon};
+    all.insert(all.end(), args.begin(), args.end());
+    test::Argv argv(all);
     int master = -1;
     const pid_t pid = ::forkpty(&master, nullptr, nullptr, nullptr);
     if (pid == 0) {
@@ -255,11 +245,7 @@ TEST(CommandLine, releaseBuildIsHardenedAndWipesThePasswordArgument)
     slow.resize(slow.size() + 32);
     writeFile(path, slow);
     const std::string password = "hunter2-in-argv";
-    std::vector<std::string> storage{quillon, "--verify", path.string(), password};
-    std::vector<char*> argv;
-    for (auto& s : storage)
-        argv.push_back(s.data());
-    argv.push_back(nullptr);
+    test::Argv argv({quillon, "--verify", path.string(), password});
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);

@@ -1,13 +1,14 @@
 // The verification report: its three outcomes, and that a protected value never shows in it.
 #include "app/VerifyReport.h"
 #include "kdbx/KdbxFile.h"
+#include "tests/support/Helpers.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestDb.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <optional>
 #include <sstream>
 #include <sys/stat.h>
 
@@ -20,19 +21,8 @@ namespace {
 // Points the report's temporary directory at a private one for the test's lifetime.
 class VerifyReport : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        const char* old = std::getenv("TMPDIR");
-        oldTmp_ = old ? std::optional<std::string>(old) : std::nullopt;
-        ::setenv("TMPDIR", (dir_.path().string() + "/").c_str(), 1);
-    }
-    void TearDown() override
-    {
-        if (oldTmp_)
-            ::setenv("TMPDIR", oldTmp_->c_str(), 1);
-        else
-            ::unsetenv("TMPDIR");
-    }
+    void SetUp() override { tmpdir_.emplace("TMPDIR", (dir_.path().string() + "/").c_str()); }
+    void TearDown() override { tmpdir_.reset(); }
 
     static pugi::xml_document parse(const std::string& xml)
     {
@@ -48,6 +38,7 @@ protected:
     }
 
     test::TempDir dir_;
+    std::optional<test::ScopedEnv> tmpdir_;
     std::optional<std::string> oldTmp_;
 };
 

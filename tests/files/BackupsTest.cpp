@@ -3,6 +3,7 @@
 #include "files/SafeWrite.h"
 #include "kdbx/Random.h"
 #include "tests/files/Seam.h"
+#include "tests/support/Helpers.h"
 #include "tests/support/TempDir.h"
 
 #include <gmock/gmock.h>
@@ -12,6 +13,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 
 using namespace quillon;
 using namespace quillon::files;
@@ -45,12 +47,11 @@ struct TickingClock {
 };
 
 struct UtcZone {
-    std::string previous = std::getenv("TZ") ? std::getenv("TZ") : "";
-    bool had = std::getenv("TZ") != nullptr;
-    UtcZone() { ::setenv("TZ", "UTC", 1), ::tzset(); }
+    std::optional<test::ScopedEnv> zone{std::in_place, "TZ", "UTC"};
+    UtcZone() { ::tzset(); }
     ~UtcZone()
     {
-        had ? ::setenv("TZ", previous.c_str(), 1) : ::unsetenv("TZ");
+        zone.reset();
         ::tzset();
     }
 };

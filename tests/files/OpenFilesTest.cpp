@@ -118,3 +118,47 @@ TEST(CanonicalPath, resolvesLinksThenTidiesEvenForFilesNotYetThere)
 }
 
 } // namespace
+
+namespace {
+
+// A save frees the claimed file's inode, and ext4 gives it to the next new file: that file is not the one open.
+TEST(OpenFiles, aSaveNeverLeavesTheClaimOnAnUnrelatedFile)
+{
+    TempDir dir;
+    const auto file = dir / "db.kdbx";
+    writeFile(file, "first");
+    OpenFiles files;
+    Window window;
+    files.claim(file, window.token);
+    const auto claimed = OpenFiles::identity(file).identity;
+    ASSERT_TRUE(claimed);
+
+    const auto save = [&](const char* text) {
+        SafeWrite::write(quillon::kdbx::ByteView(reinterpret_cast<const std::uint8_t*>(text), 5), file,
+                         DiskStamp::ofFile(file));
+    };
+    save("saved");
+    // Before the holder refreshes its claim, and after: neither the stale nor the fresh identity matches.
+    for (const bool refreshed : {false, true}) {
+        if (refreshed)
+            files.refresh(window.token);
+        bool reused = false;
+        for (int i = 0; i < 32; ++i) {
+            const auto other = dir / ("other-" + std::to_string(refreshed) + "-" + std::to_string(i));
+            writeFile(other, "x");
+            const auto id = OpenFiles::identity(other).identity;
+            reused = reused || (id && id->device == claimed->device && id->inode == claimed->inode);
+            EXPECT_EQ(files.owner(other), nullptr) << other << (refreshed ? " after refresh" : " before refresh");
+        }
+        if (!refreshed && !reused)
+            GTEST_LOG_(INFO) << "this file system did not reuse the freed inode";
+    }
+
+    // Refreshed after the save, the claim follows the new file under another name.
+    save("again");
+    files.refresh(window.token);
+    fs::rename(file, dir / "renamed.kdbx");
+    EXPECT_EQ(files.owner(dir / "renamed.kdbx"), window.token);
+}
+
+} // namespace

@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -70,6 +71,10 @@ TEST(SafeWrite, replacesAnUnchangedFileKeepingItsPermissions)
             return 0;
         });
         made = SafeWrite::write(first, target, std::nullopt);
+        // A power cut after the save must not bring back the old name: the folder is synced after the rename.
+        const auto& calls = spy.calls();
+        const auto rename = std::find(calls.rbegin(), calls.rend(), posix::Call::rename);
+        EXPECT_NE(std::find(calls.rbegin(), rename, posix::Call::fsync), rename) << "no fsync after the rename";
     }
     EXPECT_EQ(made, DiskStamp::of(first));
     EXPECT_EQ(seenBeforeRename.size(), 1u) << "one temporary file named .db.kdbx.<UUID>.tmp";
@@ -128,12 +133,14 @@ const Interference interferences[] = {
     {"appeared where there was none", false, [](const fs::path& p) { writeFile(p, content()); }},
 };
 
-// The other app acts either before the save starts or right before the rename(2) that would replace the file.
+// The other app acts before the save starts (also on a file system without renameat2's flags, where only the
+// comparison before the plain rename can see it) or right before the rename(2) that would replace the file.
 TEST(SafeWrite, anotherAppsChangeIsNeverWrittenOver)
 {
-    for (const bool atTheLastInstant : {false, true}) {
+    enum When { beforeTheSave, beforeTheSaveWithoutRenameFlags, atTheLastInstant };
+    for (const When when : {beforeTheSave, beforeTheSaveWithoutRenameFlags, atTheLastInstant}) {
         for (const auto& interference : interferences) {
-            SCOPED_TRACE(std::string(interference.name) + (atTheLastInstant ? ", just before the rename" : ""));
+            SCOPED_TRACE(std::string(interference.name) + ", case " + std::to_string(when));
             TempDir dir;
             const auto target = dir / "db.kdbx";
             std::optional<DiskStamp> expected;
@@ -147,13 +154,15 @@ TEST(SafeWrite, anotherAppsChangeIsNeverWrittenOver)
                 if (test::exists(target))
                     theirs = readFile(target);
             };
-            if (!atTheLastInstant)
+            if (when != atTheLastInstant)
                 interfere();
             bool done = false;
             Interception hook([&](int, posix::Call call) {
-                if (atTheLastInstant && call == posix::Call::rename && !std::exchange(done, true))
+                if (call != posix::Call::rename || std::exchange(done, true))
+                    return 0;
+                if (when == atTheLastInstant)
                     interfere();
-                return 0;
+                return when == beforeTheSaveWithoutRenameFlags ? EINVAL : 0;
             });
             try {
                 SafeWrite::write(content(), target, expected);
@@ -170,17 +179,6 @@ TEST(SafeWrite, anotherAppsChangeIsNeverWrittenOver)
             EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
         }
     }
-}
-
-TEST(SafeWrite, aWriteJustAfterASaveIsCaughtByTheNextSave)
-{
-    TempDir dir;
-    const auto target = dir / "db.kdbx";
-    const auto stamp = SafeWrite::write(content(), target, std::nullopt);
-    const Bytes theirs = content();
-    writeFile(target, theirs);
-    EXPECT_THROW(SafeWrite::write(content(), target, stamp), ChangedOnDisk);
-    EXPECT_EQ(readFile(target), theirs);
 }
 
 TEST(SafeWrite, theCheckSeesTheWrittenBytesAndCanStopTheSave)
@@ -372,7 +370,8 @@ TEST(SafeWrite, anyFailingCallLeavesTheTargetWholeAndNoTemporaryFile)
             callsOfASave = count.calls().size();
         }
         ASSERT_GT(callsOfASave, 10u);
-        for (const int error : {ENOSPC, EIO, EACCES}) {
+        // A real full disk is the tmpfs test below; one error stands for the rest here.
+        for (const int error : {EIO}) {
             int failures = 0;
             for (int n = 1; n <= static_cast<int>(callsOfASave); ++n) {
                 SCOPED_TRACE("call " + std::to_string(n) + ", " + std::strerror(error) +
@@ -453,7 +452,7 @@ TEST(SafeWrite, aFullDiskLeavesTheTargetWhole)
     const auto mountPoint = dir / "disk";
     fs::create_directory(mountPoint);
     if (::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, "size=256k") != 0) {
-        if (test::peersRequired())
+        if (test::rootRequired())
             FAIL() << "mount refused: " << std::strerror(errno);
         GTEST_SKIP() << "mount refused: " << std::strerror(errno);
     }

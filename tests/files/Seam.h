@@ -5,8 +5,6 @@
 #include "tests/support/Peers.h"
 #include "tests/support/TempDir.h"
 
-#include <unistd.h>
-
 #include <filesystem>
 #include <functional>
 #include <regex>
@@ -61,14 +59,3 @@ inline bool exists(const std::filesystem::path& path)
 }
 
 } // namespace quillon::test
-
-// Mounting and acting as another user need root, which CI has: there (QUILLON_REQUIRE_PEERS=1) its absence fails
-// the test instead of skipping it.
-#define QUILLON_REQUIRE_ROOT(why)                                                                                      \
-    do {                                                                                                               \
-        if (::geteuid() != 0) {                                                                                        \
-            if (::quillon::test::peersRequired())                                                                      \
-                FAIL() << why << " needs root, which QUILLON_REQUIRE_PEERS=1 expects";                                 \
-            GTEST_SKIP() << why << " needs root";                                                                      \
-        }                                                                                                              \
-    } while (false)

@@ -3,6 +3,7 @@
 #include "files/DatabaseFile.h"
 #include "kdbx/KdbxFile.h"
 #include "tests/hygiene/Canary.h"
+#include "tests/support/Helpers.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestDb.h"
@@ -180,9 +181,7 @@ TEST(MemoryHygiene, noTemporaryFileHoldsASecretInTheClear)
     const auto database = work / "canary.kdbx";
     writeFile(database, canaryFile(secrets));
 
-    const char* previous = std::getenv("TMPDIR");
-    const std::string restore = previous ? previous : "";
-    ::setenv("TMPDIR", tmp.path().c_str(), 1);
+    std::optional<test::ScopedEnv> tmpdir(std::in_place, "TMPDIR", tmp.path().c_str());
     // The save writes its temporary file beside the database; anything else would go to TMPDIR.
     FolderWatch watch({work.path(), tmp.path()});
     writeFile(tmp / "control", "the watch sees files");
@@ -200,7 +199,7 @@ TEST(MemoryHygiene, noTemporaryFileHoldsASecretInTheClear)
     EXPECT_EQ(verify.exitCode, 0) << verify.out;
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     watch.stop();
-    previous ? ::setenv("TMPDIR", restore.c_str(), 1) : ::unsetenv("TMPDIR");
+    tmpdir.reset();
 
     const auto files = watch.contents();
     ASSERT_TRUE(files.count((tmp / "control").string()));

@@ -3,6 +3,7 @@
 #include "kdbx/KdbxFile.h"
 #include "tests/support/Peers.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestDb.h"
 
 #include <QByteArray>
 #include <QJsonArray>
@@ -30,13 +31,7 @@ pugi::xml_node findEntry(const pugi::xml_document& doc, const std::string& title
     return {};
 }
 
-std::string field(pugi::xml_node entry, const char* key)
-{
-    for (pugi::xml_node s : entry.children("String"))
-        if (std::strcmp(s.child_value("Key"), key) == 0)
-            return s.child_value("Value");
-    return "<absent>";
-}
+std::string field(pugi::xml_node entry, const char* key) { return quillon::test::field(entry, key, "<absent>"); }
 
 void checkSample(const pugi::xml_document& doc, const QJsonObject& sample)
 {

@@ -45,13 +45,7 @@ std::optional<model::Group> groupNamed(model::Document& doc, std::string_view na
     return std::nullopt;
 }
 
-std::string field(pugi::xml_node entry, std::string_view key)
-{
-    for (const auto s : entry.children("String"))
-        if (key == s.child_value("Key"))
-            return s.child_value("Value");
-    return "(missing)";
-}
+std::string field(pugi::xml_node entry, std::string_view key) { return test::field(entry, key, "(missing)"); }
 
 // KeePassXC's own reading of the file, as plain XML.
 void exportXml(const std::filesystem::path& db, pugi::xml_document& out)

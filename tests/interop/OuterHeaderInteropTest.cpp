@@ -90,16 +90,4 @@ INSTANTIATE_TEST_SUITE_P(Peers, PeerHeader,
                                          Variant{"chachaArgon2dKeyFileOnly", "chacha20", "argon2d", false, true}),
                          [](const auto& p) { return std::string(p.param.name); });
 
-TEST(PeerHeader, keepassxcDbCreateIsRefusedAsKdbx31)
-{
-    QUILLON_REQUIRE_PEER(keepassxcCli(), "keepassxc-cli");
-    TempDir dir;
-    const auto db = dir / "kdbx3.kdbx";
-    const auto created = keepassxcCreate(db, {});
-    ASSERT_EQ(created.exitCode, 0) << created.err;
-    EXPECT_THAT([&] { parseFile(db); },
-                testing::ThrowsMessage<KdbxError>(testing::StartsWith(
-                    "This is a KDBX 3.1 database, and Quillon opens KDBX 4 only.")));
-}
-
 } // namespace

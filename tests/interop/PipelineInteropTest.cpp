@@ -7,6 +7,7 @@
 #include "tests/support/PeerDatabases.h"
 #include "tests/support/Peers.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestDb.h"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +17,7 @@
 #include <vector>
 
 using namespace quillon;
+using quillon::test::field;
 
 namespace {
 
@@ -42,14 +44,6 @@ print('\n'.join(sorted(lines)))
 std::string hex(std::string_view s)
 {
     return kdbx::hexEncode(kdbx::ByteView(reinterpret_cast<const std::uint8_t*>(s.data()), s.size()));
-}
-
-std::string field(pugi::xml_node entry, std::string_view key)
-{
-    for (pugi::xml_node s : entry.children("String"))
-        if (key == s.child_value("Key"))
-            return s.child_value("Value");
-    return {};
 }
 
 std::string quillonDump(const kdbx::KdbxFile& file)

@@ -1,5 +1,6 @@
 #include "kdbx/Gzip.h"
 #include "kdbx/KdbxError.h"
+#include "tests/support/Helpers.h"
 #include "tests/support/Peers.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
@@ -11,6 +12,7 @@
 #include <string>
 
 using namespace quillon::kdbx;
+using quillon::test::bytesOf;
 using quillon::test::readFile;
 using quillon::test::run;
 using quillon::test::TempDir;
@@ -21,8 +23,6 @@ using testing::ThrowsMessage;
 
 namespace {
 
-std::vector<std::uint8_t> bytesOf(std::string_view s) { return {s.begin(), s.end()}; }
-std::vector<std::uint8_t> bytesOf(const SecureBytes& s) { return {s.span().begin(), s.span().end()}; }
 
 std::vector<std::uint8_t> sampleText(std::size_t n)
 {
@@ -31,13 +31,6 @@ std::vector<std::uint8_t> sampleText(std::size_t n)
         s += "<Entry><String><Key>Title</Key><Value>entry " + std::to_string(i * 7919 % 1000) + "</Value></String>\n";
     s.resize(n);
     return bytesOf(s);
-}
-
-TEST(Gzip, crc32KnownValues)
-{
-    EXPECT_EQ(crc32({}), 0u);
-    EXPECT_EQ(crc32(bytesOf("123456789")), 0xCBF43926u); // the CRC-32 check value
-    EXPECT_EQ(crc32(bytesOf("The quick brown fox jumps over the lazy dog")), 0x414FA339u);
 }
 
 TEST(Gzip, writesTheFixedHeaderAndRoundTrips)
@@ -101,19 +94,26 @@ open(sys.argv[3], 'wb').write(member(9))
 }
 
 // Large payloads are deflated in slices on several cores, each primed with the 32 KiB before it; the
-// joined stream must be one member that gzip itself reads back.
-TEST(Gzip, aLargePayloadDeflatedInSlicesIsOneMember)
+// joined stream must be one member that gzip itself reads back. Reading, the output is sized from the
+// trailer and filled ahead on another core; a trailer that understates the size makes the buffer move
+// mid-way, which must not disturb what was written.
+TEST(Gzip, aLargePayloadIsOneMemberWhateverItsTrailerClaims)
 {
     const auto gzipTool = quillon::test::findInPath("gzip");
     QUILLON_REQUIRE_PEER(gzipTool, "gzip");
     TempDir dir;
     const auto data = sampleText(std::size_t{40} << 20);
-    const auto member = gzip(data);
+    auto member = gzip(data);
     EXPECT_TRUE(bytesOf(gunzip(member)) == data);
     writeFile(dir / "ours.gz", member);
     const auto back = run({gzipTool->string(), "-dc", (dir / "ours.gz").string()});
     ASSERT_EQ(back.exitCode, 0) << back.err;
     EXPECT_TRUE(bytesOf(back.out) == data);
+
+    const std::uint32_t claimed = std::uint32_t{17} << 20;
+    for (int i = 0; i < 4; ++i)
+        member[member.size() - 4 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(claimed >> (8 * i));
+    EXPECT_TRUE(bytesOf(gunzip(member)) == data);
 }
 
 // A serialiser hands its output over in pieces of any size; the member must not depend on where they were
@@ -138,18 +138,6 @@ TEST(Gzip, theWriterGivesTheSameMemberHoweverThePiecesAreCut)
     // Exactly a whole number of slices: the stream ends with an empty final block.
     const auto even = sampleText(std::size_t{8} << 20);
     EXPECT_TRUE(bytesOf(gunzip(gzip(even))) == even);
-}
-
-// The output is sized from the trailer and filled ahead on another core; a trailer that claims less than
-// the data holds makes the buffer move mid-way, which must not disturb what was written.
-TEST(Gzip, aTrailerThatUnderstatesALargePayloadStillReadsBack)
-{
-    const auto data = sampleText(std::size_t{40} << 20);
-    auto member = gzip(data);
-    const std::uint32_t claimed = std::uint32_t{17} << 20;
-    for (int i = 0; i < 4; ++i)
-        member[member.size() - 4 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(claimed >> (8 * i));
-    EXPECT_TRUE(bytesOf(gunzip(member)) == data);
 }
 
 TEST(Gzip, malformedWrappers)

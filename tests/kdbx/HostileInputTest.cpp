@@ -7,12 +7,11 @@
 #include "kdbx/KdbxError.h"
 #include "kdbx/KdbxFile.h"
 #include "kdbx/WipingHeap.h"
+#include "tests/support/Helpers.h"
 #include "tests/support/TestDb.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <pthread.h>
 
 #include <chrono>
 #include <functional>
@@ -21,6 +20,7 @@
 #include <thread>
 
 using namespace quillon::kdbx;
+using quillon::test::onSmallStack;
 using quillon::test::passwordOnly;
 using quillon::test::tinyDatabase;
 using testing::StrEq;
@@ -73,36 +73,6 @@ std::vector<std::size_t> fieldLengthOffsets(ByteView bytes, std::size_t at)
         if (id == 0)
             return out;
     }
-}
-
-// Runs f on a thread with a 512 KiB stack, as a worker thread of the application might have.
-void onSmallStack(const std::function<void()>& f)
-{
-    pthread_attr_t attr;
-    ASSERT_EQ(pthread_attr_init(&attr), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attr, 512 * 1024), 0);
-    struct Call {
-        const std::function<void()>* f;
-        std::exception_ptr error;
-    } call{&f, nullptr};
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                  &thread, &attr,
-                  [](void* p) -> void* {
-                      auto* c = static_cast<Call*>(p);
-                      try {
-                          (*c->f)();
-                      } catch (...) {
-                          c->error = std::current_exception();
-                      }
-                      return nullptr;
-                  },
-                  &call),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attr);
-    if (call.error)
-        std::rethrow_exception(call.error);
 }
 
 // Opens, saves and opens again on a small stack; returns the counts and the wiping heap's peak growth
@@ -204,10 +174,7 @@ TEST(HostileInput, aMillionDictionaryEntries)
     // In a header, with no "$UUID" among them: refused before any key derivation.
     OuterHeader header = lightHeader();
     header.kdf = parsed;
-    std::vector<std::uint8_t> file = serialiseOuterHeader(header);
-    const Digest256 digest = headerDigest(file);
-    file.insert(file.end(), digest.begin(), digest.end());
-    file.resize(file.size() + 32);
+    const std::vector<std::uint8_t> file = quillon::test::headerOnlyFile(header);
     EXPECT_THAT([&] { (void)KdbxFile::open(file, passwordOnly("pw")); },
                 ThrowsMessage<KdbxError>(StrEq("Unsupported key derivation function (missing). Quillon supports "
                                                "Argon2id and Argon2d. Switch the database to Argon2id in the app "
@@ -271,10 +238,7 @@ TEST(HostileInput, argon2CostsBeyondTheMachine)
     // 2^32-1 passes, through the whole open: cancelled, it gives up within moments.
     OuterHeader header = lightHeader();
     header.kdf = argon2id(8 * 1024, 0xFFFFFFFFu);
-    std::vector<std::uint8_t> file = serialiseOuterHeader(header);
-    const Digest256 digest = headerDigest(file);
-    file.insert(file.end(), digest.begin(), digest.end());
-    file.resize(file.size() + 32);
+    const std::vector<std::uint8_t> file = quillon::test::headerOnlyFile(header);
     std::atomic<bool> cancel{false};
     auto opening = std::async(std::launch::async, [&] { (void)KdbxFile::open(file, passwordOnly("pw"), &cancel); });
     EXPECT_EQ(opening.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);

@@ -1,15 +1,15 @@
-#include "kdbx/Argon2Kdf.h"
-#include "kdbx/BlockStream.h"
 #include "kdbx/Encoding.h"
 #include "kdbx/Gzip.h"
 #include "kdbx/KdbxError.h"
 #include "kdbx/KdbxFile.h"
 #include "kdbx/KeyFile.h"
+#include "kdbx/Random.h"
 #include "tests/support/TestDb.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 using namespace quillon::kdbx;
@@ -31,25 +31,6 @@ std::string openError(ByteView bytes, const Credentials& credentials)
         return e.what();
     }
     return "opened";
-}
-
-// Rewrites the outer header of a file and its two integrity values, keeping the block stream: the
-// keys do not change as long as the seed and key-derivation parameters stay.
-std::vector<std::uint8_t> withHeader(ByteView file, const Credentials& credentials, void (*mutate)(OuterHeader&))
-{
-    ByteReader reader(file);
-    ParsedOuterHeader parsed = parseOuterHeader(reader);
-    reader.skip(64);
-    mutate(parsed.header);
-    std::vector<std::uint8_t> out = serialiseOuterHeader(parsed.header);
-    const SecureBytes transformed = transformKey(compositeKey(credentials), parsed.header.kdf);
-    const DerivedKeys keys = deriveKeys(parsed.header.masterSeed, transformed);
-    const Digest256 digest = headerDigest(out);
-    const Digest256 mac = headerHmac(out, keys.hmacBaseKey);
-    out.insert(out.end(), digest.begin(), digest.end());
-    out.insert(out.end(), mac.begin(), mac.end());
-    out.insert(out.end(), reader.rest().begin(), reader.rest().end());
-    return out;
 }
 
 TEST(KdbxFile, everySaveDrawsFreshSecretsYetOpensToTheSameDocument)
@@ -149,7 +130,7 @@ TEST(KdbxFile, errorsComeInTheirFixedOrder)
     EXPECT_EQ(openError(badMac, right), "Wrong password or key file.");
 
     // An unknown cipher is only named once the key has been proven right.
-    const auto twofish = withHeader(file, right, [](OuterHeader& h) {
+    const auto twofish = quillon::test::withHeader(file, right, [](OuterHeader& h) {
         h.cipher = {0xad, 0x68, 0xf2, 0x9f, 0x57, 0x6f, 0x4b, 0xb9, 0xa3, 0x6a, 0xd4, 0x7a, 0xf9, 0x65, 0x34, 0x6c};
     });
     EXPECT_EQ(openError(twofish, right), "Unsupported cipher rWjyn1dvS7mjatR6+WU0bA==.");
@@ -212,7 +193,7 @@ TEST_P(InnerPayload, isRefusedWithItsMessage)
     auto bytes = KdbxFile::seal(file->header, key, std::move(payload));
     // A payload that claims compression it does not have.
     if (GetParam().compressed)
-        bytes = withHeader(bytes, key, [](OuterHeader& h) { h.compressed = true; });
+        bytes = quillon::test::withHeader(bytes, key, [](OuterHeader& h) { h.compressed = true; });
     EXPECT_EQ(openError(bytes, key), GetParam().expected);
 }
 
@@ -233,24 +214,88 @@ INSTANTIATE_TEST_SUITE_P(
         InnerCase{"notGzip", streamId3 + aKey + end + goodXml, true, "Malformed inner header: not gzip."}),
     [](const auto& row) { return std::string(row.param.name); });
 
-TEST(KdbxFile, newDatabaseFollowsTheTemplate)
+} // namespace
+
+namespace {
+
+// The check after a save reads the written file as a stream: for each cipher and with or without compression, a
+// file whose payload spans several blocks and gzip slices proves to hold what was encoded, and nothing else does.
+TEST(KdbxFile, verifyProvesAFileHoldsExactlyWhatWasEncoded)
 {
-    auto file = KdbxFile::newDatabase();
-    EXPECT_EQ(file->header.major, 4);
-    EXPECT_EQ(file->header.minor, 0);
-    EXPECT_TRUE(isIdentifier(file->header.cipher, cipherAes256));
-    EXPECT_TRUE(file->header.compressed);
-    EXPECT_TRUE(isIdentifier(*file->header.kdf.get<std::vector<std::uint8_t>>("$UUID"), kdfArgon2id));
-    EXPECT_EQ(*file->header.kdf.get<std::uint64_t>("M"), 64u << 20);
-    EXPECT_EQ(*file->header.kdf.get<std::uint64_t>("I"), 10u);
-    EXPECT_EQ(*file->header.kdf.get<std::uint32_t>("P"), 2u);
-    EXPECT_EQ(*file->header.kdf.get<std::uint32_t>("V"), 0x13u);
-    EXPECT_EQ(file->inner.streamKey.size(), 64u);
-    const pugi::xml_node root = file->document.child("KeePassFile");
-    EXPECT_STREQ(root.child("Meta").child_value("Generator"), "Quillon");
-    EXPECT_STREQ(root.child("Meta").child_value("HistoryMaxItems"), "-1");
-    EXPECT_STREQ(root.child("Root").child("Group").child_value("Name"), "Root");
-    EXPECT_EQ(std::string(root.child("Root").child("Group").child_value("UUID")).size(), 24u);
+    const Credentials key = passwordOnly("pw");
+    for (const Identifier& cipher : {cipherAes256, cipherChaCha20})
+        for (bool compressed : {true, false}) {
+            SCOPED_TRACE(std::string(isIdentifier(cipher, cipherAes256) ? "AES" : "ChaCha20") +
+                         (compressed ? ", compressed" : ""));
+            auto file = tinyDatabase({cipher, kdfArgon2id, compressed});
+            // An attachment of incompressible bytes, so the inner header alone crosses blocks and slices.
+            file->inner.binaries.push_back({0, SecureBytes::from(randomBytes((std::size_t{5} << 20) + 12345))});
+            const EncodedFile encoded = file->encode(key);
+            ASSERT_GT(encoded.bytes.size(), std::size_t{5} << 20);
+            EXPECT_NO_THROW(KdbxFile::verify(encoded.bytes, key, encoded.digests));
+
+            const auto refusedWith = [&](ByteView bytes, const Credentials& credentials, const PayloadDigests& d) {
+                try {
+                    KdbxFile::verify(bytes, credentials, d);
+                } catch (const std::exception& e) {
+                    return std::string(e.what());
+                }
+                return std::string("verified");
+            };
+            const std::string differs = KdbxError::writtenFileDiffers().describe();
+            const EncodedFile again = file->encode(key); // same document, fresh stream key and seeds
+            EXPECT_EQ(refusedWith(encoded.bytes, key, again.digests), differs);
+            PayloadDigests shifted = encoded.digests;
+            ++shifted.innerHeaderSize;
+            --shifted.xmlSize;
+            EXPECT_EQ(refusedWith(encoded.bytes, key, shifted), differs);
+            PayloadDigests longer = encoded.digests;
+            ++longer.xmlSize;
+            EXPECT_EQ(refusedWith(encoded.bytes, key, longer), differs);
+            EXPECT_EQ(refusedWith(encoded.bytes, passwordOnly("other"), encoded.digests),
+                      KdbxError::wrongCredentials().describe());
+            auto trailing = encoded.bytes;
+            trailing.push_back(0);
+            EXPECT_EQ(refusedWith(trailing, key, encoded.digests), differs);
+            auto flipped = encoded.bytes;
+            flipped[flipped.size() - 100] ^= 1;
+            EXPECT_THAT(refusedWith(flipped, key, encoded.digests), StartsWith("Data block "));
+        }
+}
+
+} // namespace
+
+namespace {
+
+// The save writes the document itself rather than through pugixml: every kind of node and every character that
+// needs escaping comes back as it was, protected values included, and the document is not touched meanwhile.
+// (Comments and processing instructions are not read, so they cannot be there.)
+TEST(KdbxFile, savedTextReadsBackAsTheSameDocument)
+{
+    const Credentials key = passwordOnly("pw");
+    auto file = tinyDatabase();
+    quillon::test::setDocument(*file, "<?xml version=\"1.0\" standalone=\"no\"?>"
+                                      "<KeePassFile><Meta a=\"q&quot;&amp;&lt;&gt;'&#9;&#10;&#13;&#1; ü\"/>"
+                                      "<Root><Group><Name>&amp;&lt;&gt;\"'\t\n\r&#31; ü</Name>"
+                                      "<Mixed>before<Inner x=\"1\">in</Inner>after<Empty/></Mixed>"
+                                      "<Data><![CDATA[a]]]]><![CDATA[>b<&]]></Data>"
+                                      "<String><Key>Password</Key>"
+                                      "<Value Protected=\"True\">&lt;&amp;&#2;\t ü</Value></String>"
+                                      "<String><Key>Empty</Key><Value Protected=\"True\"></Value></String>"
+                                      "<String><Key>Long</Key><Value Protected=\"True\">" +
+                                          std::string(200000, 'x') + "</Value></String>"
+                                      "<Notes>" + std::string(100000, 'y') + "&amp;</Notes>"
+                                      "</Group></Root></KeePassFile>");
+    const std::string before = rootText(*file);
+    const auto bytes = file->save(key);
+    const auto firstDifference = [&](const std::string& after) {
+        return std::mismatch(before.begin(), before.end(), after.begin(), after.end()).first - before.begin();
+    };
+    EXPECT_EQ(firstDifference(rootText(*file)), static_cast<std::ptrdiff_t>(before.size()));
+    const auto back = KdbxFile::open(bytes, key);
+    EXPECT_EQ(firstDifference(rootText(*back)), static_cast<std::ptrdiff_t>(before.size()));
+    EXPECT_EQ(std::string(back->document.first_child().name()), "xml");
+    EXPECT_STREQ(back->document.first_child().attribute("standalone").value(), "yes");
 }
 
 } // namespace

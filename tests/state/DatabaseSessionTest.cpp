@@ -1,5 +1,6 @@
 #include "state/DatabaseSession.h"
 
+#include "files/CanonicalPath.h"
 #include "files/OpenFiles.h"
 #include "model/Attachments.h"
 #include "state/UnlockTexts.h"
@@ -314,6 +315,70 @@ TEST_F(DatabaseSessionTest, commandsNotifyAndUndoToTheSavedPoint)
     session->renameGroup(*document.findGroup(workUuid), "Renamed");
     EXPECT_EQ(session->nextRedo(), nullptr);
     session->undo();
+    EXPECT_TRUE(session->isDirty());
+}
+
+} // namespace
+
+namespace {
+
+// When the changes cannot be sealed the database stays open and says why; once the settings change that
+// broke encoding is undone, the database is unchanged again and locks to its file.
+TEST_F(DatabaseSessionTest, aLockThatCannotSealTheChangesLeavesTheDatabaseOpen)
+{
+    auto session = open();
+    unlock(*session, "right");
+    ASSERT_TRUE(session->changeSettings(QStringLiteral("Database Settings"),
+                                        [](kdbx::OuterHeader& header, model::Document&) { header.cipher = {1, 2, 3}; }));
+    session->lock();
+    EXPECT_TRUE(session->isOpen());
+    ASSERT_EQ(alerts.size(), 1);
+    EXPECT_TRUE(alerts[0].startsWith(
+        QStringLiteral("Quillon could not lock the database because it could not encrypt your unsaved changes (")));
+    EXPECT_TRUE(alerts[0].endsWith(QStringLiteral("). Save them, then lock again.")));
+
+    ASSERT_TRUE(session->undo());
+    EXPECT_FALSE(session->isDirty());
+    session->lock();
+    EXPECT_TRUE(session->isLocked());
+    EXPECT_FALSE(session->hasLockedSnapshot());
+}
+
+} // namespace
+
+namespace {
+
+// The run backs a file up once however often it is locked and unlocked; a save on a worker writes the state it
+// began with, so an edit made meanwhile stays unsaved.
+TEST_F(DatabaseSessionTest, savesBackUpOncePerRunAndABackgroundSaveKeepsLaterEditsUnsaved)
+{
+    const files::Backups backups(dir / "backups");
+    services.backups = &backups;
+    auto session = open();
+    unlock(*session, "right");
+    auto entry = [&] { return session->document().topGroup()->allEntries().front(); };
+    session->editField(entry(), "Title", "One");
+    EXPECT_EQ(session->save(), files::PreSaveBackup::Outcome::made);
+    session->lock();
+    unlock(*session, "right");
+    session->editField(entry(), "Title", "Two");
+
+    QList<files::PreSaveBackup::Outcome> saved;
+    QObject::connect(session.get(), &DatabaseSession::saved, [&](auto outcome) { saved << outcome; });
+    ASSERT_TRUE(session->saveInBackground(path, session->stamp()));
+    EXPECT_TRUE(session->isSaving());
+    session->editField(entry(), "Title", "Three");
+    session->lock(); // waits for the save
+    EXPECT_TRUE(session->isOpen());
+    finishJobs();
+    EXPECT_THAT(saved, ElementsAre(files::PreSaveBackup::Outcome::skipped));
+    EXPECT_EQ(backups.listBackups(files::canonicalPath(path)).size(), 1u);
+    // The lock that waited has sealed "Three"; the file holds "Two".
+    EXPECT_TRUE(session->hasLockedSnapshot());
+    auto reopened = kdbx::KdbxFile::open(test::readFile(path), test::passwordOnly("right"));
+    model::Document onDisk(reopened->document);
+    EXPECT_EQ(onDisk.topGroup()->allEntries().front().title(), "Two");
+    unlock(*session, "right");
     EXPECT_TRUE(session->isDirty());
 }
 

@@ -16,6 +16,7 @@ bool envIsOne(const char* name)
 
 bool peersRequired() { return envIsOne("QUILLON_REQUIRE_PEERS"); }
 bool corpusRequired() { return envIsOne("QUILLON_REQUIRE_CORPUS"); }
+bool rootRequired() { return envIsOne("QUILLON_REQUIRE_ROOT"); }
 
 std::optional<std::filesystem::path> keepassxcCli() { return findInPath("keepassxc-cli"); }
 

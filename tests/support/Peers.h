@@ -5,15 +5,19 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
 
 namespace quillon::test {
 
-// True when QUILLON_REQUIRE_PEERS / QUILLON_REQUIRE_CORPUS is set to 1: a missing peer then fails.
+// True when QUILLON_REQUIRE_PEERS / QUILLON_REQUIRE_CORPUS / QUILLON_REQUIRE_ROOT is set to 1: a missing
+// peer, corpus or root then fails the test instead of skipping it.
 bool peersRequired();
 bool corpusRequired();
+bool rootRequired();
 
 std::optional<std::filesystem::path> keepassxcCli();
 // The system Python with pykeepass importable (not a virtual environment's).
@@ -41,6 +45,16 @@ ProcessResult kdbxweb(const std::string& script, const std::vector<std::string>&
             if (::quillon::test::peersRequired())                                                                      \
                 FAIL() << name << " is required (QUILLON_REQUIRE_PEERS=1) but was not found";                          \
             GTEST_SKIP() << name << " not installed";                                                                  \
+        }                                                                                                              \
+    } while (false)
+
+// Mounting and acting as another user need root.
+#define QUILLON_REQUIRE_ROOT(why)                                                                                      \
+    do {                                                                                                               \
+        if (::geteuid() != 0) {                                                                                        \
+            if (::quillon::test::rootRequired())                                                                       \
+                FAIL() << why << " needs root, which QUILLON_REQUIRE_ROOT=1 expects";                                  \
+            GTEST_SKIP() << why << " needs root";                                                                      \
         }                                                                                                              \
     } while (false)
 

@@ -1,5 +1,8 @@
 #include "tests/support/TestDb.h"
 
+#include "kdbx/Argon2Kdf.h"
+#include "kdbx/BlockStream.h"
+#include "kdbx/ByteReader.h"
 #include "kdbx/KdbxTime.h"
 
 #include <stdexcept>
@@ -41,6 +44,41 @@ std::unique_ptr<kdbx::KdbxFile> tinyDatabase(const TestDbOptions& options)
 std::vector<std::uint8_t> tinyFile(const kdbx::Credentials& credentials, const TestDbOptions& options)
 {
     return tinyDatabase(options)->save(credentials);
+}
+
+std::vector<std::uint8_t> withHeader(kdbx::ByteView file, const kdbx::Credentials& credentials,
+                                     const std::function<void(kdbx::OuterHeader&)>& change)
+{
+    kdbx::ByteReader reader(file);
+    kdbx::ParsedOuterHeader parsed = kdbx::parseOuterHeader(reader);
+    reader.skip(64);
+    change(parsed.header);
+    std::vector<std::uint8_t> out = kdbx::serialiseOuterHeader(parsed.header);
+    const kdbx::SecureBytes transformed = kdbx::transformKey(kdbx::compositeKey(credentials), parsed.header.kdf);
+    const kdbx::DerivedKeys keys = kdbx::deriveKeys(parsed.header.masterSeed, transformed);
+    const kdbx::Digest256 digest = kdbx::headerDigest(out);
+    const kdbx::Digest256 mac = kdbx::headerHmac(out, keys.hmacBaseKey);
+    out.insert(out.end(), digest.begin(), digest.end());
+    out.insert(out.end(), mac.begin(), mac.end());
+    out.insert(out.end(), reader.rest().begin(), reader.rest().end());
+    return out;
+}
+
+std::vector<std::uint8_t> headerOnlyFile(const kdbx::OuterHeader& header)
+{
+    std::vector<std::uint8_t> file = kdbx::serialiseOuterHeader(header);
+    const kdbx::Digest256 digest = kdbx::headerDigest(file);
+    file.insert(file.end(), digest.begin(), digest.end());
+    file.resize(file.size() + 32);
+    return file;
+}
+
+std::string field(pugi::xml_node entry, std::string_view key, std::string_view missing)
+{
+    for (pugi::xml_node s : entry.children("String"))
+        if (key == s.child_value("Key"))
+            return s.child_value("Value");
+    return std::string(missing);
 }
 
 void setDocument(kdbx::KdbxFile& file, std::string_view xml)

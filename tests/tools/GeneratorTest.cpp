@@ -1,4 +1,5 @@
 // Character passwords, passphrases, the word list and the generator panel's rules.
+#include "tests/support/Helpers.h"
 #include "tests/support/TempDir.h"
 #include "tools/GeneratorPanel.h"
 #include "tools/Passphrase.h"
@@ -94,15 +95,13 @@ TEST(Generator, wordListParsing)
 
 TEST(Generator, resourceDirHonoursTheOverride)
 {
-    const char* before = std::getenv("QUILLON_RESOURCE_DIR");
-    const std::string saved = before ? before : "";
-    ::setenv("QUILLON_RESOURCE_DIR", "/opt/q/res", 1);
-    EXPECT_EQ(resourcePath("eff_large_wordlist.txt"), "/opt/q/res/eff_large_wordlist.txt");
-    ::unsetenv("QUILLON_RESOURCE_DIR");
+    {
+        const test::ScopedEnv set("QUILLON_RESOURCE_DIR", "/opt/q/res");
+        EXPECT_EQ(resourcePath("eff_large_wordlist.txt"), "/opt/q/res/eff_large_wordlist.txt");
+    }
     // test_tools sits in <build>/tests/tools, so "../share/quillon" from its folder is <build>/tests/share/quillon.
+    const test::ScopedEnv unset("QUILLON_RESOURCE_DIR", nullptr);
     EXPECT_EQ(resourceDir(), std::filesystem::path(QUILLON_BINARY_DIR) / "tests/share/quillon");
-    if (before)
-        ::setenv("QUILLON_RESOURCE_DIR", saved.c_str(), 1);
 }
 
 std::vector<std::string> split(std::string_view text)

@@ -1,4 +1,4 @@
-#include "tests/support/BenchDatabase.h"
+#include "bench/support/BenchDatabase.h"
 
 #include "kdbx/Encoding.h"
 #include "kdbx/Identifiers.h"
@@ -7,7 +7,7 @@
 #include <array>
 #include <string_view>
 
-namespace quillon::test {
+namespace quillon::bench {
 namespace {
 
 constexpr std::array<std::string_view, 32> words = {
@@ -285,4 +285,4 @@ std::size_t benchZebraCount(const BenchDatabaseOptions& options)
     return (options.entries + 999) / 1000;
 }
 
-} // namespace quillon::test
+} // namespace quillon::bench

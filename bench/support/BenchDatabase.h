@@ -1,4 +1,4 @@
-// tests/support/BenchDatabase.h: a large, realistic database document for benchmarks and load tests.
+// bench/support/BenchDatabase.h: a large, realistic database document for benchmarks and load tests.
 #pragma once
 
 #include "kdbx/CompositeKey.h"
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace quillon::test {
+namespace quillon::bench {
 
 struct BenchDatabaseOptions {
     std::size_t entries = 10'000;
@@ -49,4 +49,4 @@ std::unique_ptr<kdbx::KdbxFile> openedBenchDatabase(const BenchDatabaseOptions& 
 // The number of entries benchDatabaseXml gives the word "zebra".
 std::size_t benchZebraCount(const BenchDatabaseOptions& options = {});
 
-} // namespace quillon::test
+} // namespace quillon::bench

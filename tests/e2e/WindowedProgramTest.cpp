@@ -1,0 +1,204 @@
+// quillon under Xvfb: open a database from the command line, unlock it by typing, lock it with Ctrl+L, hand a
+// second file over from another process, and quit with Ctrl+Q.
+#include "tests/support/Peers.h"
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TestDb.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <sstream>
+
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace quillon::test;
+using namespace std::chrono_literals;
+
+extern char** environ;
+
+namespace {
+
+const std::string quillon = QUILLON_BINARY_DIR "/app/quillon";
+
+// A program left running in the background; killed at the end unless it exited.
+class Background {
+public:
+    Background(const std::vector<std::string>& argv, const std::map<std::string, std::string>& env, int passFd = -1)
+    {
+        std::vector<std::string> environment;
+        for (char** e = environ; *e; ++e) {
+            const std::string item(*e);
+            const auto name = item.substr(0, item.find('='));
+            if (!env.contains(name) && name != "DBUS_SESSION_BUS_ADDRESS" && name != "WAYLAND_DISPLAY")
+                environment.push_back(item);
+        }
+        for (const auto& [name, value] : env)
+            environment.push_back(name + "=" + value);
+        std::vector<char*> envp;
+        for (auto& item : environment)
+            envp.push_back(item.data());
+        envp.push_back(nullptr);
+        std::vector<std::string> args = argv;
+        std::vector<char*> cargv;
+        for (auto& a : args)
+            cargv.push_back(a.data());
+        cargv.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        const int devnull = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+        posix_spawn_file_actions_adddup2(&actions, devnull, 0);
+        if (passFd >= 0)
+            posix_spawn_file_actions_adddup2(&actions, passFd, 3);
+        ::posix_spawn(&pid_, args[0].c_str(), &actions, nullptr, cargv.data(), envp.data());
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(devnull);
+    }
+    ~Background()
+    {
+        if (pid_ > 0 && !exited_) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+        }
+    }
+    // The exit status, or none when it did not exit in time.
+    std::optional<int> wait(std::chrono::milliseconds limit)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (std::chrono::steady_clock::now() < deadline) {
+            int status = 0;
+            if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+                exited_ = true;
+                return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+            }
+            std::this_thread::sleep_for(20ms);
+        }
+        return std::nullopt;
+    }
+
+private:
+    pid_t pid_ = -1;
+    bool exited_ = false;
+};
+
+// Starts Xvfb on a free display and returns its number.
+std::optional<std::string> startXvfb(const std::filesystem::path& xvfb, std::unique_ptr<Background>& server)
+{
+    int fds[2];
+    if (::pipe(fds) != 0)
+        return std::nullopt;
+    server = std::make_unique<Background>(
+        std::vector<std::string>{xvfb.string(), "-displayfd", "3", "-screen", "0", "1024x768x24", "-nolisten", "tcp"},
+        std::map<std::string, std::string>{}, fds[1]);
+    ::close(fds[1]);
+    std::string number;
+    pollfd p{fds[0], POLLIN, 0};
+    while (::poll(&p, 1, 10000) > 0) {
+        char c = 0;
+        if (::read(fds[0], &c, 1) != 1 || c == '\n')
+            break;
+        number += c;
+    }
+    ::close(fds[0]);
+    if (number.empty())
+        return std::nullopt;
+    return ":" + number;
+}
+
+class Desktop {
+public:
+    Desktop(std::filesystem::path xdotool, std::string display) : xdotool_(std::move(xdotool)), display_(std::move(display)) {}
+
+    ProcessResult xdo(std::vector<std::string> args) const
+    {
+        args.insert(args.begin(), xdotool_.string());
+        ProcessOptions options;
+        options.env["DISPLAY"] = display_;
+        options.timeout = 20s;
+        return run(args, options);
+    }
+    // The window whose title is exactly `title`, waiting for it to appear.
+    std::optional<std::string> windowTitled(const std::string& title, std::chrono::seconds limit = 20s) const
+    {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (std::chrono::steady_clock::now() < deadline) {
+            const auto found = xdo({"search", "--name", title});
+            std::istringstream ids(found.out);
+            for (std::string id; std::getline(ids, id);)
+                if (xdo({"getwindowname", id}).out == title + "\n")
+                    return id;
+            std::this_thread::sleep_for(100ms);
+        }
+        return std::nullopt;
+    }
+
+private:
+    std::filesystem::path xdotool_;
+    std::string display_;
+};
+
+TEST(WindowedProgram, unlockLockHandOverAndQuitOnARealXServer)
+{
+    const auto xvfb = findInPath("Xvfb");
+    const auto xdotool = findInPath("xdotool");
+    QUILLON_REQUIRE_PEER(xvfb && xdotool ? xvfb : std::nullopt, "Xvfb and xdotool");
+    std::unique_ptr<Background> server;
+    const auto display = startXvfb(*xvfb, server);
+    ASSERT_TRUE(display) << "Xvfb did not start";
+    const Desktop desktop(*xdotool, *display);
+
+    TempDir dir;
+    std::filesystem::create_directories(dir / "home");
+    std::filesystem::create_directories(dir / "run");
+    std::filesystem::create_directories(dir / "databases");
+    std::filesystem::permissions(dir / "run", std::filesystem::perms::owner_all);
+    writeFile(dir / "databases" / "vault.kdbx", tinyFile(passwordOnly("right")));
+    writeFile(dir / "databases" / "second.kdbx", tinyFile(passwordOnly("right")));
+    const std::map<std::string, std::string> env = {
+        {"DISPLAY", *display},
+        {"HOME", (dir / "home").string()},
+        {"XDG_CONFIG_HOME", (dir / "home" / ".config").string()},
+        {"XDG_DATA_HOME", (dir / "home" / ".local" / "share").string()},
+        {"TMPDIR", (dir / "run").string()},
+        {"XDG_RUNTIME_DIR", (dir / "run").string()},
+        {"QT_QPA_PLATFORM", "xcb"},
+    };
+
+    Background app({quillon, (dir / "databases" / "vault.kdbx").string()}, env);
+    const auto window = desktop.windowTitled("vault.kdbx is locked");
+    ASSERT_TRUE(window) << "no unlock screen";
+    desktop.xdo({"windowfocus", "--sync", *window});
+    desktop.xdo({"type", "--delay", "30", "right"});
+    desktop.xdo({"key", "Return"});
+    ASSERT_TRUE(desktop.windowTitled("vault.kdbx")) << "not unlocked";
+
+    desktop.xdo({"key", "ctrl+l"});
+    ASSERT_TRUE(desktop.windowTitled("vault.kdbx is locked")) << "Ctrl+L did not lock";
+
+    // Another start hands its file over and leaves at once; the file opens as a tab of the same window.
+    Background second({quillon, (dir / "databases" / "second.kdbx").string()}, env);
+    EXPECT_EQ(second.wait(20s), 0);
+    const auto tab = desktop.windowTitled("second.kdbx is locked");
+    ASSERT_TRUE(tab) << "the handed-over file did not open";
+    EXPECT_EQ(*tab, *window);
+
+    desktop.xdo({"windowfocus", "--sync", *window});
+    desktop.xdo({"key", "ctrl+q"});
+    EXPECT_EQ(app.wait(20s), 0);
+
+    std::vector<std::string> left;
+    for (const auto& folder : {dir / "databases", dir / "run"})
+        for (const auto& item : std::filesystem::directory_iterator(folder))
+            left.push_back(item.path().filename().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, (std::vector<std::string>{"second.kdbx", "vault.kdbx"})) << "a temporary file was left";
+}
+
+} // namespace

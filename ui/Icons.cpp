@@ -1,0 +1,47 @@
+#include "ui/Icons.h"
+
+// The drawings are compiled into this static library; a program that links it must register them once.
+static void registerBundledIcons()
+{
+    Q_INIT_RESOURCE(icons);
+}
+
+namespace quillon::ui::icons {
+namespace {
+
+void registerOnce()
+{
+    static const bool registered = (registerBundledIcons(), true);
+    (void)registered;
+}
+
+QIcon themed(const char* name, const char* fallback)
+{
+    registerOnce();
+    return QIcon::fromTheme(QString::fromLatin1(name), QIcon(QString::fromLatin1(fallback)));
+}
+
+} // namespace
+
+QIcon lock()
+{
+    return themed("system-lock-screen", ":/icons/lock.svg");
+}
+
+QIcon removeKeyFile()
+{
+    return themed("edit-clear", ":/icons/remove.svg");
+}
+
+QIcon keyFile()
+{
+    return themed("dialog-password", ":/icons/key.svg");
+}
+
+QIcon application()
+{
+    registerOnce();
+    return QIcon(QStringLiteral(":/icons/quillon.svg"));
+}
+
+} // namespace quillon::ui::icons

@@ -1,0 +1,13 @@
+// ui/Icons.h: icons from the desktop's theme, with the bundled drawings where the theme has none.
+#pragma once
+
+#include <QIcon>
+
+namespace quillon::ui::icons {
+
+QIcon lock();
+QIcon removeKeyFile();
+QIcon keyFile();
+QIcon application();
+
+} // namespace quillon::ui::icons

@@ -1,0 +1,98 @@
+#include "ui/MenuBar.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QFileInfo>
+#include <QMenu>
+#include <QMenuBar>
+
+namespace quillon::ui {
+namespace {
+
+QList<QKeySequence> keysOf(const MenuItem& item)
+{
+    QList<QKeySequence> keys;
+    if (*item.key)
+        keys << QKeySequence::fromString(QString::fromUtf8(item.key), QKeySequence::PortableText);
+    if (item.standardKey != QKeySequence::UnknownKey)
+        for (const auto& key : QKeySequence::keyBindings(item.standardKey))
+            if (!keys.contains(key))
+                keys << key;
+    return keys;
+}
+
+QAction::MenuRole roleOf(Command command)
+{
+    return command == Command::terminate ? QAction::QuitRole : QAction::NoRole;
+}
+
+} // namespace
+
+MenuBar::MenuBar(QMenuBar* bar, MenuHandlers handlers) : QObject(bar), handlers_(std::move(handlers))
+{
+    QString name = QApplication::applicationName();
+    if (name.isEmpty())
+        name = QStringLiteral("Quillon");
+    QHash<QString, QMenu*> menus;
+    for (const MenuItem& item : menuTable()) {
+        const QString menuTitle = *item.menu ? QString::fromUtf8(item.menu) : name;
+        QMenu*& menu = menus[menuTitle];
+        if (!menu) {
+            menu = bar->addMenu(menuTitle);
+            connect(menu, &QMenu::aboutToShow, this, [this, menu] {
+                for (QAction* action : menu->actions())
+                    if (action->isCheckable() && handlers_.isChecked)
+                        action->setChecked(handlers_.isChecked(actions_.key(action)));
+            });
+        }
+        const QString title = QString::fromUtf8(item.title).replace(QStringLiteral("%1"), name);
+        if (item.command == Command::openRecent) {
+            recent_ = menu->addMenu(title);
+            actions_.insert(item.command, recent_->menuAction());
+            connect(recent_, &QMenu::aboutToShow, this, &MenuBar::rebuildRecent);
+            rebuildRecent();
+        } else {
+            QAction* action = menu->addAction(title);
+            action->setShortcuts(keysOf(item));
+            action->setCheckable(item.checkable);
+            action->setEnabled(item.available);
+            action->setMenuRole(roleOf(item.command));
+            action->setObjectName(QString::fromLatin1(commandName(item.command)));
+            const Command command = item.command;
+            connect(action, &QAction::triggered, this, [this, command] {
+                if (handlers_.perform)
+                    handlers_.perform(command);
+            });
+            actions_.insert(item.command, action);
+        }
+        if (item.separatorAfter)
+            menu->addSeparator();
+    }
+}
+
+void MenuBar::rebuildRecent()
+{
+    recent_->clear();
+    const QStringList paths = handlers_.recentPaths ? handlers_.recentPaths() : QStringList();
+    if (paths.isEmpty()) {
+        recent_->addAction(noRecent)->setEnabled(false);
+        return;
+    }
+    for (const QString& path : paths) {
+        QAction* action = recent_->addAction(QFileInfo(path).fileName());
+        action->setToolTip(path);
+        action->setData(path);
+        connect(action, &QAction::triggered, this, [this, path] {
+            if (handlers_.openRecent)
+                handlers_.openRecent(path);
+        });
+    }
+    recent_->setToolTipsVisible(true);
+    recent_->addSeparator();
+    connect(recent_->addAction(clearMenu), &QAction::triggered, this, [this] {
+        if (handlers_.clearRecents)
+            handlers_.clearRecents();
+    });
+}
+
+} // namespace quillon::ui

@@ -1,0 +1,194 @@
+#include "ui/VaultWindow.h"
+
+#include "files/CanonicalPath.h"
+#include "state/DatabaseMemory.h"
+#include "state/Preferences.h"
+#include "ui/Asker.h"
+#include "ui/Clipboard.h"
+#include "ui/RecentDatabases.h"
+#include "ui/StartScreen.h"
+#include "ui/UnlockView.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QLineEdit>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace quillon::ui {
+namespace {
+
+std::filesystem::path toPath(const QString& path)
+{
+    return std::filesystem::path(path.toStdString());
+}
+
+QString fromPath(const std::filesystem::path& path)
+{
+    return QString::fromStdString(path.string());
+}
+
+// Shown for an unlocked database until the browsing view takes its place.
+QWidget* plainPage(state::DatabaseSession& session, QWidget* parent)
+{
+    auto* page = new QWidget(parent);
+    auto* name = new QLabel(session.displayName(), page);
+    QFont font = name->font();
+    font.setPointSize(15);
+    font.setWeight(QFont::DemiBold);
+    name->setFont(font);
+    name->setAlignment(Qt::AlignCenter);
+    // Nothing here walks the document: a large one would hold up the event loop right after its unlock.
+    auto* count = new QLabel(QStringLiteral("Unlocked"), page);
+    count->setAlignment(Qt::AlignCenter);
+    count->setForegroundRole(QPalette::PlaceholderText);
+    auto* column = new QVBoxLayout(page);
+    column->addStretch();
+    column->addWidget(name);
+    column->addWidget(count);
+    column->addStretch();
+    return page;
+}
+
+} // namespace
+
+VaultWindow::VaultWindow(VaultContext& context, QWidget* parent)
+    : QStackedWidget(parent), context_(context), session_(std::make_unique<state::DatabaseSession>(context.services))
+{
+    start_ = new StartScreen(this);
+    unlock_ = new UnlockView(*session_, context_.asker, this);
+    addWidget(start_);
+    addWidget(unlock_);
+    start_->setRecent(context_.recents.paths());
+    connect(start_, &StartScreen::openDatabase, this, &VaultWindow::chooseDatabaseRequested);
+    connect(start_, &StartScreen::openRecent, this, &VaultWindow::openRequested);
+
+    auto* session = session_.get();
+    connect(session, &state::DatabaseSession::lockedChanged, this, [this](bool locked) {
+        showPage();
+        Q_EMIT titleChanged();
+        Q_EMIT lockedChanged(locked);
+    });
+    connect(session, &state::DatabaseSession::unlockScreenChanged, this, &VaultWindow::titleChanged);
+    connect(session, &state::DatabaseSession::dirtyChanged, this, &VaultWindow::titleChanged);
+    connect(session, &state::DatabaseSession::alert, this,
+            [this](const QString& message) { context_.asker.warn(window(), message); });
+    connect(session, &state::DatabaseSession::clipboardClearRequested, this,
+            [this] { context_.clipboard.clearIfStillOurs(); });
+    connect(session, &state::DatabaseSession::unlockedFromFile, this, &VaultWindow::unlockedFromFile);
+    showPage();
+}
+
+VaultWindow::~VaultWindow()
+{
+    // The page may look at the session while it goes.
+    delete unlocked_;
+    unlocked_ = nullptr;
+}
+
+files::Owner VaultWindow::openFile(const QString& path)
+{
+    if (auto other = session_->openLocation(toPath(path)))
+        return other;
+    const auto keyFile = state::DatabaseMemory(context_.preferences).keyFile(path);
+    session_->setPendingKeyFile(keyFile ? std::optional(toPath(*keyFile)) : std::nullopt);
+    showPage();
+    Q_EMIT titleChanged();
+    return {};
+}
+
+bool VaultWindow::isEmpty() const
+{
+    return !session_->location() && !session_->isOpen();
+}
+
+std::optional<QString> VaultWindow::path() const
+{
+    if (!session_->location())
+        return std::nullopt;
+    return fromPath(*session_->location());
+}
+
+QString VaultWindow::title() const
+{
+    if (isEmpty())
+        return QStringLiteral("Quillon");
+    if (session_->isLocked())
+        return session_->unlockScreen().title;
+    return session_->displayName();
+}
+
+void VaultWindow::setRecent(const QStringList& paths)
+{
+    start_->setRecent(paths);
+}
+
+void VaultWindow::showPage()
+{
+    if (session_->isOpen() && !session_->isLocked()) {
+        if (!unlocked_) {
+            unlocked_ = context_.unlockedPage ? context_.unlockedPage(*session_, this) : plainPage(*session_, this);
+            addWidget(unlocked_);
+        }
+        setCurrentWidget(unlocked_);
+        return;
+    }
+    // Nothing of an unlocked database outlives its lock in a widget.
+    if (unlocked_) {
+        removeWidget(unlocked_);
+        delete unlocked_;
+        unlocked_ = nullptr;
+    }
+    if (session_->isLocked()) {
+        setCurrentWidget(unlock_);
+        unlock_->focusField();
+    } else {
+        start_->setRecent(context_.recents.paths());
+        setCurrentWidget(start_);
+    }
+}
+
+void VaultWindow::unlockedFromFile()
+{
+    const auto location = path();
+    if (!location)
+        return;
+    const QString canonical = fromPath(files::canonicalPath(*session_->location()));
+    const auto& keyFile = session_->unlockScreen().keyFile;
+    const auto keyText = keyFile ? std::optional(fromPath(files::canonicalPath(*keyFile))) : std::nullopt;
+    // Each write flushes the settings file to disk: one per turn of the event loop, and none that changes
+    // nothing, so the window stays responsive right after a large database opens.
+    QTimer::singleShot(0, this, [this, canonical] {
+        const QStringList recent = context_.recents.paths();
+        if (recent.isEmpty() || recent.front() != canonical)
+            context_.recents.add(canonical);
+    });
+    QTimer::singleShot(0, this, [this, canonical] {
+        if (context_.preferences.lastDatabasePath() != canonical)
+            context_.preferences.setLastDatabasePath(canonical);
+    });
+    QTimer::singleShot(0, this, [this, canonical, keyText] {
+        state::DatabaseMemory memory(context_.preferences);
+        if (memory.keyFile(canonical) != keyText)
+            memory.setKeyFile(keyText, canonical);
+    });
+}
+
+void VaultWindow::perform(Command command)
+{
+    switch (command) {
+    case Command::lockDatabase:
+        // Focus leaves any field first, so no editor keeps a secret it was showing.
+        if (QWidget* focus = QApplication::focusWidget(); focus && isAncestorOf(focus))
+            focus->clearFocus();
+        session_->lock();
+        break;
+    case Command::undo:
+        session_->undo();
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace quillon::ui

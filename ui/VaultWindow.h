@@ -1,0 +1,81 @@
+// ui/VaultWindow.h: one database in one tab: the start screen, the unlock screen or the unlocked database.
+#pragma once
+
+#include "state/DatabaseSession.h"
+#include "ui/MenuTable.h"
+
+#include <QStackedWidget>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace quillon::state {
+class Preferences;
+}
+
+namespace quillon::ui {
+
+class Asker;
+class Clipboard;
+class RecentDatabases;
+class StartScreen;
+class UnlockView;
+
+// What every vault window of the run shares.
+struct VaultContext {
+    Asker& asker;
+    Clipboard& clipboard;
+    state::Preferences& preferences;
+    RecentDatabases& recents;
+    state::SessionServices services;
+    // The page an unlocked database shows, made at each unlock and dropped at each lock; none: a plain page.
+    std::function<QWidget*(state::DatabaseSession&, QWidget* parent)> unlockedPage;
+};
+
+// The per-tab controller: owns the database session and shows the page for its state. The session runs the
+// lifecycle; this class only picks the page and passes the session's requests on (alerts, clipboard, the
+// recent list and the remembered key file).
+class VaultWindow : public QStackedWidget {
+    Q_OBJECT
+
+public:
+    explicit VaultWindow(VaultContext& context, QWidget* parent = nullptr);
+    ~VaultWindow() override;
+
+    state::DatabaseSession& session() noexcept { return *session_; }
+    // Claims the file and shows its unlock screen, with the key file remembered for it; the owner of the file
+    // is returned instead when another window holds it.
+    files::Owner openFile(const QString& path);
+    // No database in it: the next file opened may use this window.
+    bool isEmpty() const;
+    std::optional<QString> path() const;
+    // Never holds a secret: the file name, "… is locked", or the application's name.
+    QString title() const;
+
+    StartScreen* startScreen() const noexcept { return start_; }
+    UnlockView* unlockView() const noexcept { return unlock_; }
+    QWidget* unlockedPage() const noexcept { return unlocked_; }
+    void setRecent(const QStringList& paths);
+
+    // The menu's commands that act on one database.
+    void perform(Command command);
+
+Q_SIGNALS:
+    void titleChanged();
+    void lockedChanged(bool locked);
+    void openRequested(const QString& path);
+    void chooseDatabaseRequested();
+
+private:
+    void showPage();
+    void unlockedFromFile();
+
+    VaultContext& context_;
+    std::unique_ptr<state::DatabaseSession> session_;
+    StartScreen* start_;
+    UnlockView* unlock_;
+    QWidget* unlocked_ = nullptr;
+};
+
+} // namespace quillon::ui
