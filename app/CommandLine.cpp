@@ -1,6 +1,7 @@
 #include "app/CommandLine.h"
 
 #include "app/SelfTest.h"
+#include "app/Version.h"
 #include "app/VerifyReport.h"
 
 #include <cerrno>
@@ -67,6 +68,8 @@ Command parseCommandLine(std::span<char* const> argv)
     for (std::size_t i = 1; i < argv.size(); ++i)
         if (std::string_view(argv[i]) == "--self-test")
             return {Mode::selfTest, {}, -1};
+    if (argv.size() >= 2 && std::string_view(argv[1]) == "--version")
+        return {Mode::version, {}, -1};
     if (argv.size() >= 3 && std::string_view(argv[1]) == "--verify")
         return {Mode::verify, argv[2], argv.size() >= 4 ? 3 : -1};
     return {};
@@ -132,6 +135,9 @@ int runCommandLine(int argc, char** argv, std::ostream& out)
     switch (command.mode) {
     case Mode::selfTest:
         return runSelfTest(allSelfChecks(), out);
+    case Mode::version:
+        out << "quillon " << version << '\n';
+        return 0;
     case Mode::application:
         // The windowed application starts from main(); here only the usage is left to say.
         out << usage << '\n';

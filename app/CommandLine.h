@@ -1,4 +1,4 @@
-// app/CommandLine.h: the windowless modes of the command line, --self-test and --verify.
+// app/CommandLine.h: the windowless modes of the command line, --self-test, --verify and --version.
 #pragma once
 
 #include "kdbx/SecureBytes.h"
@@ -12,7 +12,7 @@
 
 namespace quillon::app {
 
-enum class Mode : std::uint8_t { selfTest, verify, application };
+enum class Mode : std::uint8_t { selfTest, verify, version, application };
 
 struct Command {
     Mode mode = Mode::application;

@@ -1,6 +1,7 @@
 #include "app/cli/Cli.h"
 
 #include "app/CommandLine.h"
+#include "app/Version.h"
 #include "app/cli/Command.h"
 #include "files/DatabaseFile.h"
 #include "files/SecretFile.h"
@@ -16,22 +17,6 @@ namespace quillon::cli {
 namespace {
 
 constexpr std::string_view program = "quillon-cli";
-constexpr std::string_view version = "quillon-cli 0.1.0";
-
-const std::vector<CommandDefinition>& commandTable()
-{
-    static const std::vector<CommandDefinition> table = [] {
-        std::vector<CommandDefinition> t;
-        addDatabaseInfoCommands(t);
-        addBrowseCommands(t);
-        addEditCommands(t);
-        addAttachmentCommands(t);
-        addDatabaseCommands(t);
-        addGeneratorCommands(t);
-        return t;
-    }();
-    return table;
-}
 
 void printOverview(std::ostream& out)
 {
@@ -106,6 +91,21 @@ int runCommand(const CommandDefinition& command, std::span<const std::string> ar
 }
 
 } // namespace
+
+const std::vector<CommandDefinition>& commandTable()
+{
+    static const std::vector<CommandDefinition> table = [] {
+        std::vector<CommandDefinition> t;
+        addDatabaseInfoCommands(t);
+        addBrowseCommands(t);
+        addEditCommands(t);
+        addAttachmentCommands(t);
+        addDatabaseCommands(t);
+        addGeneratorCommands(t);
+        return t;
+    }();
+    return table;
+}
 
 const std::vector<OptionDefinition>& credentialOptions()
 {
@@ -232,7 +232,7 @@ int run(std::span<const std::string> args, Io& io)
         return exitSuccess;
     }
     if (first == "--version") {
-        io.out << version << '\n';
+        io.out << program << ' ' << app::version << '\n';
         return exitSuccess;
     }
     for (const auto& c : commandTable())

@@ -31,6 +31,9 @@ struct CommandDefinition {
     std::string_view details = {}; // extra paragraph for --help
 };
 
+// Every command, in the order --help lists them.
+const std::vector<CommandDefinition>& commandTable();
+
 // The option sets most commands share.
 const std::vector<OptionDefinition>& credentialOptions();
 inline constexpr OptionDefinition jsonOption{"json", 0, {}, "machine-readable output (JSON, camelCase names)"};

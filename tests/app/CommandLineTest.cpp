@@ -68,6 +68,8 @@ TEST(CommandLine, argumentsChooseTheMode)
         {{"a", "b", "c", "--self-test"}, app::Mode::selfTest, "", -1},
         {{"--self-test", "--verify"}, app::Mode::selfTest, "", -1},
         {{"--self-testing"}, app::Mode::application, "", -1},
+        {{"--version"}, app::Mode::version, "", -1},
+        {{"a.kdbx", "--version"}, app::Mode::application, "", -1},
     };
     for (const auto& c : cases) {
         std::vector<std::string> args{"quillon"};
