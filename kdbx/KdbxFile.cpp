@@ -428,6 +428,9 @@ std::unique_ptr<KdbxFile> KdbxFile::decode(ByteView fileBytes, const Credentials
     if (!result)
         throw KdbxError::malformedXML("could not parse");
     unprotect(file->document, file->inner);
+    // Refused here as the writer refuses it, so that whatever opens can be saved again.
+    if (!hasName(file->document.document_element(), "KeePassFile"))
+        throw KdbxError::malformedXML("no KeePassFile element");
     file->header = std::move(parsed.header);
     return file;
 }
