@@ -18,7 +18,7 @@ if(QUILLON_PUGIXML_SOURCE)
     endif()
     add_library(quillon_pugixml STATIC ${QUILLON_PUGIXML_SOURCE}/pugixml.cpp)
     target_include_directories(quillon_pugixml SYSTEM BEFORE PUBLIC ${QUILLON_PUGIXML_SOURCE})
-    # Public: the header's noexcept specifications depend on it, so every user must agree.
+    # Public: the header's noexcept clauses depend on it, so every user must agree.
     target_compile_definitions(quillon_pugixml PUBLIC PUGIXML_COMPACT)
     target_link_libraries(quillon_pugixml PRIVATE quillon_instrument)
     add_library(pugixml::pugixml ALIAS quillon_pugixml)

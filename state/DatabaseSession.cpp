@@ -180,16 +180,8 @@ files::Owner DatabaseSession::openLocation(const std::filesystem::path &location
     }
     if (location_ && files::canonicalPath(*location_) != files::canonicalPath(location))
         pinGate_.retire(); // a PIN belongs to one location
-    dropDocument();
     location_ = location;
-    lockedSnapshot_.reset();
-    heldSnapshot_.reset();
-    isDecoy_ = false;
-    undo_.clear();
-    undo_.markSaved();
-    showUnlockScreen(UnlockSource::file, lockedTitle());
-    dirtyMaybeChanged();
-    Q_EMIT lockedChanged(true);
+    showLockedFile();
     return {};
 }
 

@@ -238,6 +238,8 @@ private:
     files::BackupSetting backupSetting() const;
 
     void lockToFile();
+    // The location as a locked window shows it: nothing decoded, nothing sealed, the unlock screen for the file.
+    void showLockedFile();
     void lockWithSnapshot(std::vector<std::uint8_t> bytes);
     void showUnlockScreen(UnlockSource source, QString title);
     void fallBackToPassword(const QString &hint);

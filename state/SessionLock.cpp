@@ -103,6 +103,11 @@ void DatabaseSession::lock()
 void DatabaseSession::lockToFile()
 {
     Q_EMIT clipboardClearRequested();
+    showLockedFile();
+}
+
+void DatabaseSession::showLockedFile()
+{
     dropDocument();
     keptStamp_.reset();
     lockedSnapshot_.reset();
