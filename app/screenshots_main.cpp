@@ -25,8 +25,14 @@ namespace {
 // The screens ask nothing while they are drawn.
 class SilentAsker final : public ui::Asker {
 public:
-    void warn(QWidget*, const QString&) override {}
+    void warn(QWidget*, const QString&, const QString&) override {}
+    bool confirm(QWidget*, const QString&, const QString&) override { return false; }
+    ui::SaveAnswer askToSave(QWidget*, const QString&, const QString&) override { return ui::SaveAnswer::cancel; }
     std::optional<QString> chooseFile(QWidget*, const QString&, const QString&) override { return std::nullopt; }
+    std::optional<QString> chooseSaveFile(QWidget*, const QString&, const QString&, const QString&) override
+    {
+        return std::nullopt;
+    }
 };
 
 bool save(QWidget* widget, const QString& dir, const char* name)

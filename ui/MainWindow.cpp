@@ -6,6 +6,7 @@
 
 #include <QCloseEvent>
 #include <QMenuBar>
+#include <QStatusBar>
 #include <QTabBar>
 #include <QTabWidget>
 #include <QToolBar>
@@ -65,6 +66,10 @@ void MainWindow::addVault(VaultWindow* vault)
     };
     connect(vault, &VaultWindow::titleChanged, this, update);
     connect(vault, &VaultWindow::lockedChanged, this, update);
+    connect(vault, &VaultWindow::subtitleChanged, this, [this, vault] {
+        if (vault == currentVault())
+            refresh();
+    });
     tabs_->setCurrentIndex(index);
     refresh();
 }
@@ -98,10 +103,15 @@ void MainWindow::refresh()
     auto* vault = currentVault();
     if (!vault) {
         setWindowTitle(QStringLiteral("Quillon"));
+        statusBar()->clearMessage();
         lock_->setEnabled(false);
         return;
     }
     setWindowTitle(vault->title() + QStringLiteral("[*]"));
+    if (vault->subtitle().isEmpty())
+        statusBar()->clearMessage();
+    else
+        statusBar()->showMessage(vault->subtitle());
     setWindowModified(vault->session().isDirty());
     lock_->setEnabled(vault->session().isOpen() && !vault->session().isLocked());
 }

@@ -13,8 +13,9 @@ namespace quillon::ui {
 enum class Command : std::uint8_t {
     hide, terminate,
     newWindow, newTab, newDatabase, openDatabase, openRecent, performClose, saveDatabase, saveDatabaseAs,
+    reviewChanges, mergeFromDisk, mergeFromDatabase,
     databaseSettings, changePassword, lockDatabase, toggleBackups, showBackups,
-    undo, cut, copy, paste, selectAll, focusSearch,
+    undo, redo, cut, copy, paste, selectAll, focusSearch,
     addEntry, addGroup, copyPassword, copyUsername, openURL, deleteEntry, deleteGroup, restoreItem,
     toggleNotesWrap,
     performMiniaturize, performZoom,

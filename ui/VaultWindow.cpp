@@ -76,6 +76,13 @@ VaultWindow::VaultWindow(VaultContext& context, QWidget* parent)
     connect(session, &state::DatabaseSession::clipboardClearRequested, this,
             [this] { context_.clipboard.clearIfStillOurs(); });
     connect(session, &state::DatabaseSession::unlockedFromFile, this, &VaultWindow::unlockedFromFile);
+    subtitleTimer_ = new QTimer(this);
+    subtitleTimer_->setSingleShot(true);
+    subtitleTimer_->setInterval(1500);
+    connect(subtitleTimer_, &QTimer::timeout, this, [this] {
+        subtitle_.clear();
+        Q_EMIT subtitleChanged();
+    });
     showPage();
 }
 
@@ -174,8 +181,40 @@ void VaultWindow::unlockedFromFile()
     });
 }
 
+void VaultWindow::setHandler(Command command, QObject* owner, std::function<void()> handler)
+{
+    handlers_.insert(command, Handler{owner, std::move(handler)});
+}
+
+bool VaultWindow::hasHandler(Command command) const
+{
+    const auto found = handlers_.constFind(command);
+    return found != handlers_.constEnd() && found->owner;
+}
+
+void VaultWindow::showSubtitle(const QString& text)
+{
+    subtitle_ = text;
+    subtitleTimer_->start();
+    Q_EMIT subtitleChanged();
+}
+
+void VaultWindow::commitEditing()
+{
+    // Editors commit when they lose focus; the focus comes back so that typing goes on where it was.
+    QWidget* focus = QApplication::focusWidget();
+    if (!focus || !isAncestorOf(focus))
+        return;
+    focus->clearFocus();
+    focus->setFocus();
+}
+
 void VaultWindow::perform(Command command)
 {
+    if (const auto found = handlers_.constFind(command); found != handlers_.constEnd() && found->owner) {
+        found->run();
+        return;
+    }
     switch (command) {
     case Command::lockDatabase:
         // Focus leaves any field first, so no editor keeps a secret it was showing.
@@ -185,6 +224,9 @@ void VaultWindow::perform(Command command)
         break;
     case Command::undo:
         session_->undo();
+        break;
+    case Command::redo:
+        session_->redo();
         break;
     default:
         break;

@@ -4,11 +4,15 @@
 #include "state/DatabaseSession.h"
 #include "ui/MenuTable.h"
 
+#include <QHash>
+#include <QPointer>
 #include <QStackedWidget>
 
 #include <functional>
 #include <memory>
 #include <optional>
+
+class QTimer;
 
 namespace quillon::state {
 class Preferences;
@@ -60,9 +64,19 @@ public:
 
     // The menu's commands that act on one database.
     void perform(Command command);
+    // A part of the window takes on a menu command for as long as `owner` lives; a later handler replaces it.
+    void setHandler(Command command, QObject* owner, std::function<void()> handler);
+    bool hasHandler(Command command) const;
+
+    // A short status line ("Password copied"), shown for 1.5 seconds unless another replaces it.
+    void showSubtitle(const QString& text);
+    QString subtitle() const { return subtitle_; }
+    // Ends the edit of the field being typed in, so that its text reaches the database before a save or a close.
+    void commitEditing();
 
 Q_SIGNALS:
     void titleChanged();
+    void subtitleChanged();
     void lockedChanged(bool locked);
     void openRequested(const QString& path);
     void chooseDatabaseRequested();
@@ -76,6 +90,13 @@ private:
     StartScreen* start_;
     UnlockView* unlock_;
     QWidget* unlocked_ = nullptr;
+    struct Handler {
+        QPointer<QObject> owner;
+        std::function<void()> run;
+    };
+    QHash<Command, Handler> handlers_;
+    QString subtitle_;
+    QTimer* subtitleTimer_;
 };
 
 } // namespace quillon::ui

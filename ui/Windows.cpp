@@ -293,7 +293,9 @@ void Windows::perform(Command command)
         context_.preferences.setWrapNotes(!context_.preferences.wrapNotes());
         return;
     case Command::undo:
-        if (!sendToFocus("undo") && vault)
+    case Command::redo:
+        // A field being typed in undoes its own typing first.
+        if (!sendToFocus(commandName(command)) && vault)
             vault->perform(command);
         return;
     case Command::cut:

@@ -19,10 +19,28 @@ namespace quillon::test {
 
 QApplication& uiApplication();
 
-// Records every alert and answers every chooser with the next queued answer.
+// Records every alert and question, and answers each with the next queued answer of its kind.
 class AnsweringAsker final : public ui::Asker {
 public:
-    void warn(QWidget*, const QString& message) override { warnings << message; }
+    void warn(QWidget*, const QString& message, const QString& note) override
+    {
+        warnings << message;
+        notes << note;
+    }
+    // With no answer queued, the default button: "No".
+    bool confirm(QWidget*, const QString& question, const QString& note) override
+    {
+        questions << question;
+        notes << note;
+        return !confirmations.empty() && confirmations.takeFirst();
+    }
+    // With no answer queued, "Cancel", so that nothing is lost.
+    ui::SaveAnswer askToSave(QWidget*, const QString& message, const QString& note) override
+    {
+        questions << message;
+        notes << note;
+        return saveAnswers.empty() ? ui::SaveAnswer::cancel : saveAnswers.takeFirst();
+    }
     std::optional<QString> chooseFile(QWidget*, const QString& message, const QString&) override
     {
         asked << message;
@@ -31,10 +49,21 @@ public:
         const QString answer = answers.takeFirst();
         return answer.isEmpty() ? std::nullopt : std::optional(answer);
     }
+    std::optional<QString> chooseSaveFile(QWidget* parent, const QString& message, const QString& suggested,
+                                          const QString& filter) override
+    {
+        suggestions << suggested;
+        return chooseFile(parent, message, filter);
+    }
     QStringList warnings;
+    QStringList questions;
+    QStringList notes;
     QStringList asked;
+    QStringList suggestions;
     // An empty answer cancels.
     QStringList answers;
+    QList<bool> confirmations;
+    QList<ui::SaveAnswer> saveAnswers;
 };
 
 // A window manager over a private settings file, a held background queue and a clock the test moves.
