@@ -4,7 +4,6 @@
 #include "state/Preferences.h"
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
-#include "ui/BrowseView.h"
 #include "ui/Clipboard.h"
 #include "ui/MainWindow.h"
 #include "ui/Windows.h"
@@ -84,8 +83,6 @@ int main(int argc, char** argv)
         QApplication::processEvents();
     };
     ui::Windows windows(asker, clipboard, preferences, services);
-    windows.setUnlockedPage(
-        [](state::DatabaseSession& session, QWidget* parent) { return new ui::BrowseView(session, parent); });
 
     bool ok = true;
     ui::MainWindow* window = windows.newWindow();

@@ -5,7 +5,6 @@
 #include "state/Preferences.h"
 #include "ui/AppDelegate.h"
 #include "ui/Asker.h"
-#include "ui/BrowseView.h"
 #include "ui/Clipboard.h"
 #include "ui/Icons.h"
 #include "ui/LockTriggers.h"
@@ -86,7 +85,6 @@ int runApplication(int& argc, char** argv)
     // Called on the unlock worker too: a store of its own per call.
     services.isDuress = [](kdbx::ByteView text) { return state::Preferences().isDuressPassword(text); };
     Windows windows(asker, clipboard, preferences, services);
-    windows.setUnlockedPage([](state::DatabaseSession& session, QWidget* parent) { return new BrowseView(session, parent); });
     AppDelegate delegate(windows, preferences, clipboard);
     LockTriggers triggers({[&windows] { windows.noteActivity(); }, [&windows] { windows.checkIdle(); },
                            [&windows] { windows.lockAll(); }});

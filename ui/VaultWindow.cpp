@@ -8,12 +8,11 @@
 #include "ui/RecentDatabases.h"
 #include "ui/StartScreen.h"
 #include "ui/UnlockView.h"
+#include "ui/UnlockedPage.h"
 
 #include <QApplication>
-#include <QLabel>
 #include <QLineEdit>
 #include <QTimer>
-#include <QVBoxLayout>
 
 namespace quillon::ui {
 namespace {
@@ -26,28 +25,6 @@ std::filesystem::path toPath(const QString& path)
 QString fromPath(const std::filesystem::path& path)
 {
     return QString::fromStdString(path.string());
-}
-
-// Shown for an unlocked database until the browsing view takes its place.
-QWidget* plainPage(state::DatabaseSession& session, QWidget* parent)
-{
-    auto* page = new QWidget(parent);
-    auto* name = new QLabel(session.displayName(), page);
-    QFont font = name->font();
-    font.setPointSize(15);
-    font.setWeight(QFont::DemiBold);
-    name->setFont(font);
-    name->setAlignment(Qt::AlignCenter);
-    // Nothing here walks the document: a large one would hold up the event loop right after its unlock.
-    auto* count = new QLabel(QStringLiteral("Unlocked"), page);
-    count->setAlignment(Qt::AlignCenter);
-    count->setForegroundRole(QPalette::PlaceholderText);
-    auto* column = new QVBoxLayout(page);
-    column->addStretch();
-    column->addWidget(name);
-    column->addWidget(count);
-    column->addStretch();
-    return page;
 }
 
 } // namespace
@@ -134,7 +111,7 @@ void VaultWindow::showPage()
 {
     if (session_->isOpen() && !session_->isLocked()) {
         if (!unlocked_) {
-            unlocked_ = context_.unlockedPage ? context_.unlockedPage(*session_, this) : plainPage(*session_, this);
+            unlocked_ = makeUnlockedPage(*this);
             addWidget(unlocked_);
         }
         setCurrentWidget(unlocked_);

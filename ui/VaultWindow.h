@@ -33,8 +33,6 @@ struct VaultContext {
     state::Preferences& preferences;
     RecentDatabases& recents;
     state::SessionServices services;
-    // The page an unlocked database shows, made at each unlock and dropped at each lock; none: a plain page.
-    std::function<QWidget*(state::DatabaseSession&, QWidget* parent)> unlockedPage;
 };
 
 // The per-tab controller: owns the database session and shows the page for its state. The session runs the
@@ -48,6 +46,7 @@ public:
     ~VaultWindow() override;
 
     state::DatabaseSession& session() noexcept { return *session_; }
+    VaultContext& context() const noexcept { return context_; }
     // Claims the file and shows its unlock screen, with the key file remembered for it; the owner of the file
     // is returned instead when another window holds it.
     files::Owner openFile(const QString& path);
@@ -59,6 +58,7 @@ public:
 
     StartScreen* startScreen() const noexcept { return start_; }
     UnlockView* unlockView() const noexcept { return unlock_; }
+    // Made at each unlock and dropped at each lock.
     QWidget* unlockedPage() const noexcept { return unlocked_; }
     void setRecent(const QStringList& paths);
 

@@ -16,7 +16,7 @@ namespace quillon::ui {
 
 Windows::Windows(Asker& asker, Clipboard& clipboard, state::Preferences& preferences,
                  state::SessionServices services, QObject* parent)
-    : QObject(parent), recents_(preferences), context_{asker, clipboard, preferences, recents_, std::move(services), {}}
+    : QObject(parent), recents_(preferences), context_{asker, clipboard, preferences, recents_, std::move(services)}
 {
     context_.services.openFiles = &files_;
 }
@@ -25,11 +25,6 @@ Windows::~Windows()
 {
     for (auto& window : order_)
         delete window.data();
-}
-
-void Windows::setUnlockedPage(std::function<QWidget*(state::DatabaseSession&, QWidget*)> make)
-{
-    context_.unlockedPage = std::move(make);
 }
 
 MainWindow* Windows::makeWindow()

@@ -55,8 +55,6 @@ public:
 
     RecentDatabases& recents() noexcept { return recents_; }
     files::OpenFiles& openFiles() noexcept { return files_; }
-    // The browsing view plugs in here; see VaultContext.
-    void setUnlockedPage(std::function<QWidget*(state::DatabaseSession&, QWidget*)> make);
 
     void perform(Command command);
     void chooseAndOpen(VaultWindow* reusable);
