@@ -1,4 +1,5 @@
 #include "ui/BrowseView.h"
+#include "ui/OpenUrl.h"
 
 #include "app/DemoDatabase.h"
 #include "model/RecycleBin.h"
@@ -396,3 +397,13 @@ TEST_F(BrowseViewTest, drawsTheDemoDatabase)
 }
 
 } // namespace
+
+TEST(OpenUrl, onlyHttpAndHttpsOpenAndABareAddressGetsHttps)
+{
+    EXPECT_EQ(ui::urlToOpen(QStringLiteral("  example.com/login ")), QUrl(QStringLiteral("https://example.com/login")));
+    EXPECT_EQ(ui::urlToOpen(QStringLiteral("HTTP://example.com")), QUrl(QStringLiteral("http://example.com")));
+    EXPECT_EQ(ui::urlToOpen(QStringLiteral("ftp://example.com")), std::nullopt);
+    EXPECT_EQ(ui::urlToOpen(QStringLiteral("javascript://alert(1)")), std::nullopt);
+    EXPECT_EQ(ui::urlToOpen(QStringLiteral(" \t")), std::nullopt);
+    EXPECT_EQ(ui::urlToOpen(QStringLiteral("https://exa mple.com")), std::nullopt);
+}
