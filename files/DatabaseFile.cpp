@@ -1,13 +1,9 @@
 #include "files/DatabaseFile.h"
 
 #include "files/CanonicalPath.h"
-#include "files/Posix.h"
+#include "files/RegularFile.h"
 #include "files/SafeWrite.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <limits>
 #include <string>
 #include <system_error>
@@ -15,45 +11,28 @@
 
 namespace quillon::files {
 
-namespace {
-
-std::system_error readFailure(const std::filesystem::path& location, int error)
-{
-    return {error, std::generic_category(), "Could not read " + location.filename().string()};
-}
-
-} // namespace
-
 DiskBytes readDiskBytes(const std::filesystem::path& location)
 {
-    // Non-blocking so that a named pipe cannot hang the open; it is refused below like any other special file.
-    const int fd = posix::open(location, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
-        throw readFailure(location, errno);
-    struct Closer {
-        int fd;
-        ~Closer() { posix::close(fd); }
-    } closer{fd};
-    struct ::stat info {};
-    if (posix::fstat(fd, info) != 0)
-        throw readFailure(location, errno);
-    if (!S_ISREG(info.st_mode))
-        throw readFailure(location, S_ISDIR(info.st_mode) ? EISDIR : EINVAL);
+    std::error_code error;
+    auto file = RegularFile::open(location, error);
+    if (!file)
+        throw readFailure(location, error);
 
     DiskBytes read;
     // The size is only a hint: read to the end, whatever another program did to the length meanwhile.
-    if (info.st_size > 0 && static_cast<std::uint64_t>(info.st_size) < std::numeric_limits<std::size_t>::max() / 2)
-        read.bytes.reserve(static_cast<std::size_t>(info.st_size));
-    std::vector<std::uint8_t> chunk(64 * 1024);
+    std::size_t want = file->sizeAtOpen() < std::numeric_limits<std::size_t>::max() / 2
+                           ? static_cast<std::size_t>(file->sizeAtOpen()) + 1
+                           : std::size_t{64} << 10;
     for (;;) {
-        const ssize_t got = posix::read(fd, chunk.data(), chunk.size());
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            throw readFailure(location, errno);
-        if (got == 0)
+        const std::size_t have = read.bytes.size();
+        read.bytes.resize(have + want);
+        const std::size_t got = file->read(read.bytes.data() + have, want, error);
+        read.bytes.resize(have + got);
+        if (error)
+            throw readFailure(location, error);
+        if (got < want)
             break;
-        read.bytes.insert(read.bytes.end(), chunk.begin(), chunk.begin() + got);
+        want = std::size_t{64} << 10;
     }
     read.stamp = DiskStamp::of(read.bytes);
     return read;

@@ -1,11 +1,8 @@
 #include "files/DiskStamp.h"
 
-#include "files/Posix.h"
-
-#include <fcntl.h>
+#include "files/RegularFile.h"
 
 #include <array>
-#include <cerrno>
 
 namespace quillon::files {
 
@@ -22,31 +19,21 @@ std::optional<DiskStamp> DiskStamp::ofFile(const std::filesystem::path& path)
 
 std::optional<DiskStamp> DiskStamp::ofFile(const std::filesystem::path& path, std::error_code& error)
 {
-    error.clear();
-    const int fd = posix::open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        error.assign(errno, std::generic_category());
+    auto file = RegularFile::open(path, error);
+    if (!file)
         return std::nullopt;
-    }
     kdbx::Sha256 hash;
     std::int64_t size = 0;
     std::array<std::uint8_t, 64 * 1024> chunk{};
     for (;;) {
-        const ssize_t got = posix::read(fd, chunk.data(), chunk.size());
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0) {
-            if (got < 0)
-                error.assign(errno, std::generic_category());
+        const std::size_t got = file->read(chunk.data(), chunk.size(), error);
+        if (error)
+            return std::nullopt;
+        hash.update(kdbx::ByteView(chunk).first(got));
+        size += static_cast<std::int64_t>(got);
+        if (got < chunk.size())
             break;
-        }
-        hash.update(kdbx::ByteView(chunk).first(static_cast<std::size_t>(got)));
-        size += got;
     }
-    // A descriptor opened only for reading loses nothing when its close fails.
-    posix::close(fd);
-    if (error)
-        return std::nullopt;
     return DiskStamp{size, hash.finish()};
 }
 

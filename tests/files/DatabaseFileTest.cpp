@@ -149,6 +149,9 @@ TEST(DatabaseFile, readingFailuresNameTheFile)
     ASSERT_EQ(::mkfifo((dir / "pipe.kdbx").c_str(), 0600), 0);
     EXPECT_THROW(readDiskBytes(dir / "pipe.kdbx"), std::system_error) << "refused, without waiting for a writer";
     EXPECT_THROW(readDiskBytes(dir.path()), std::system_error);
+    std::error_code error;
+    EXPECT_EQ(DiskStamp::ofFile(dir / "pipe.kdbx", error), std::nullopt) << "the save's check does not wait either";
+    EXPECT_EQ(error, std::errc::invalid_argument);
 
     const auto path = dir / "db.kdbx";
     writeFile(path, test::tinyFile(passwordOnly("pw")));
