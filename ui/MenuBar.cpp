@@ -68,6 +68,31 @@ MenuBar::MenuBar(QMenuBar* bar, MenuHandlers handlers) : QObject(bar), handlers_
         if (item.separatorAfter)
             menu->addSeparator();
     }
+    if (QMenu* window = menus.value(QStringLiteral("Window")))
+        connect(window, &QMenu::aboutToShow, this, [this, window] { rebuildWindowList(window); });
+}
+
+void MenuBar::rebuildWindowList(QMenu* menu)
+{
+    for (QAction* action : std::as_const(windowItems_)) {
+        menu->removeAction(action);
+        action->deleteLater();
+    }
+    windowItems_.clear();
+    const std::vector<WindowItem> items = handlers_.windowList ? handlers_.windowList() : std::vector<WindowItem>();
+    if (items.empty())
+        return;
+    windowItems_ << menu->addSeparator();
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        QAction* action = menu->addAction(items[i].title);
+        action->setCheckable(true);
+        action->setChecked(items[i].front);
+        connect(action, &QAction::triggered, this, [this, i] {
+            if (handlers_.showWindow)
+                handlers_.showWindow(i);
+        });
+        windowItems_ << action;
+    }
 }
 
 void MenuBar::rebuildRecent()

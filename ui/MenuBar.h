@@ -8,12 +8,19 @@
 #include <QStringList>
 
 #include <functional>
+#include <vector>
 
 class QAction;
 class QMenu;
 class QMenuBar;
 
 namespace quillon::ui {
+
+// A vault window as the Window menu lists it.
+struct WindowItem {
+    QString title;
+    bool front = false;
+};
 
 struct MenuHandlers {
     std::function<void(Command)> perform;
@@ -22,6 +29,9 @@ struct MenuHandlers {
     std::function<QStringList()> recentPaths;
     std::function<void(const QString&)> openRecent;
     std::function<void()> clearRecents;
+    // Every vault window, listed at the foot of the Window menu as it opens; choosing one brings it forward.
+    std::function<std::vector<WindowItem>()> windowList;
+    std::function<void(std::size_t)> showWindow;
 };
 
 class MenuBar : public QObject {
@@ -34,6 +44,7 @@ public:
     QMenu* recentMenu() const noexcept { return recent_; }
     // Empties "Open Recent" and fills it from the list, as before it opens.
     void rebuildRecent();
+    void rebuildWindowList(QMenu* menu);
 
     static inline const QString noRecent = QStringLiteral("No Recent Databases");
     static inline const QString clearMenu = QStringLiteral("Clear Menu");
@@ -42,6 +53,7 @@ private:
     MenuHandlers handlers_;
     QHash<Command, QAction*> actions_;
     QMenu* recent_ = nullptr;
+    QList<QAction*> windowItems_;
 };
 
 } // namespace quillon::ui

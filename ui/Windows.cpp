@@ -44,6 +44,17 @@ MainWindow* Windows::makeWindow()
         recents_.clear();
         refreshRecent();
     };
+    handlers.windowList = [this] {
+        std::vector<WindowItem> items;
+        const VaultWindow* front = frontVault();
+        for (const VaultWindow* vault : all_)
+            items.push_back({vault->title(), vault == front});
+        return items;
+    };
+    handlers.showWindow = [this](std::size_t index) {
+        if (index < all_.size())
+            bringForward(all_[index]);
+    };
     auto* window = new MainWindow(handlers);
     window->setAttribute(Qt::WA_DeleteOnClose);
     order_.insert(order_.begin(), window);

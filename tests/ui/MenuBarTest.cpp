@@ -133,4 +133,28 @@ TEST(MenuBar, openRecentIsRebuiltNewestFirstAndClears)
     EXPECT_EQ(titles(), QStringList{"No Recent Databases (off)"});
 }
 
+TEST(MenuBar, theWindowMenuListsEveryVaultWindowAndBringsOneForward)
+{
+    test::UiRig rig;
+    auto* window = rig.windows->newWindow();
+    rig.windows->open(rig.database("a.kdbx"), window, window->currentVault());
+    auto* second = rig.windows->newWindow();
+    rig.windows->open(rig.database("b.kdbx"), second, second->currentVault());
+    rig.windows->newTab();
+
+    QMenu* menu = window->menuBar()->actions().last()->menu();
+    const auto listed = [menu] {
+        Q_EMIT menu->aboutToShow();
+        QStringList titles;
+        for (QAction* action : menu->actions())
+            if (action->isCheckable())
+                titles << action->text() + (action->isChecked() ? "*" : "");
+        return titles;
+    };
+    EXPECT_EQ(listed(), (QStringList{"a.kdbx is locked", "b.kdbx is locked", "Quillon*"}));
+    menu->actions().at(menu->actions().size() - 3)->trigger();
+    EXPECT_EQ(rig.windows->frontVault(), rig.windows->all().front());
+    EXPECT_EQ(listed(), (QStringList{"a.kdbx is locked*", "b.kdbx is locked", "Quillon"})) << "rebuilt, not added to";
+}
+
 } // namespace
