@@ -6,11 +6,13 @@
 #include "tests/support/Helpers.h"
 #include "tests/support/TestDb.h"
 #include "ui/MainWindow.h"
+#include "ui/SaveFlow.h"
 #include "ui/VaultWindow.h"
 
 #include <gtest/gtest.h>
 
 #include <QSignalSpy>
+#include <QUrl>
 
 using namespace quillon;
 using ui::SaveAnswer;
@@ -280,4 +282,44 @@ TEST(SaveClose, theChangesOfAKilledSaveAreOfferedBack)
     EXPECT_TRUE(rig.asker.notes.last().contains(QString::fromStdString(temporary[0].filename().string())));
     EXPECT_TRUE(std::filesystem::exists(temporary[0]));
     EXPECT_FALSE(vault->session().isDirty());
+}
+
+// Driven with no window: a backup that cannot be made only shows its status line while the save goes on; the
+// backups folder opens once there is one, and until then the user is told there is none.
+TEST(SaveClose, backupsBeforeSavingAndShowingThem)
+{
+    test::UiRig rig;
+    const QString path = rig.database("vault.kdbx");
+    test::writeFile(rig.dir / "blocked", std::string_view("a file where the folder would go"));
+    for (const bool blocked : {true, false}) {
+        const files::Backups backups(rig.dir / (blocked ? "blocked" : "Backups"));
+        state::SessionServices services;
+        services.backups = &backups;
+        services.runInBackground = [&rig](std::function<void()> job) { rig.jobs.push_back(std::move(job)); };
+        state::DatabaseSession session(services);
+        auto read = files::readDiskBytes(pathOf(path));
+        session.adopt(pathOf(path), kdbx::KdbxFile::open(read.bytes, test::passwordOnly("right")),
+                      test::passwordOnly("right"), read.stamp);
+        QStringList subtitles;
+        QList<QUrl> opened;
+        ui::SaveFlow::Window window;
+        window.showSubtitle = [&](const QString& text) { subtitles << text; };
+        window.openFolder = [&](const QUrl& url) { opened << url; };
+        ui::SaveFlow flow(session, rig.asker, nullptr, &backups, window);
+
+        rig.asker.warnings.clear();
+        flow.showBackups();
+        EXPECT_EQ(rig.asker.warnings, QStringList{"There are no backups of vault.kdbx yet. One is made before the "
+                                                  "first save of each session."});
+        const std::string title = blocked ? "Saved once" : "Saved twice";
+        ASSERT_TRUE(session.editField(session.document().topGroup()->allEntries().front(), "Title", title));
+        bool saved = false;
+        flow.save([&](bool ok) { saved = ok; });
+        rig.finishJobs();
+        EXPECT_TRUE(saved);
+        EXPECT_EQ(titleOnDisk(path), title);
+        EXPECT_EQ(subtitles, blocked ? QStringList{"Could not back up the file first"} : QStringList());
+        flow.showBackups();
+        EXPECT_EQ(opened.size(), blocked ? 0 : 1);
+    }
 }
