@@ -65,8 +65,10 @@ QString SaveFlow::dateAndTime(const QDateTime& when)
     format.remove(QRegularExpression(QStringLiteral("d{4}[,.]?\\s*")));
     format.replace(QStringLiteral("MMMM"), QStringLiteral("MMM"));
     const QDateTime local = when.toLocalTime();
-    return locale.toString(local.date(), format.trimmed()) + QStringLiteral(", ") +
-           locale.toString(local.time(), QLocale::ShortFormat);
+    // Some locales' short time still carries the seconds.
+    QString time = locale.timeFormat(QLocale::ShortFormat);
+    time.remove(QRegularExpression(QStringLiteral("[:.]ss?")));
+    return locale.toString(local.date(), format.trimmed()) + QStringLiteral(", ") + locale.toString(local.time(), time);
 }
 
 DiskCheck SaveFlow::checkDisk(const std::filesystem::path& location, const std::optional<files::DiskStamp>& recorded,
