@@ -4,9 +4,14 @@
 #include "model/RecycleBin.h"
 #include "ui/BrowseView.h"
 #include "ui/DeleteFlow.h"
+#include "ui/MainWindow.h"
+#include "ui/MenuBar.h"
 #include "ui/VaultWindow.h"
 
 #include <gtest/gtest.h>
+
+#include <QAction>
+#include <QMenu>
 
 using namespace quillon;
 
@@ -30,40 +35,36 @@ TEST(Delete, movesToTheBinWithoutAskingAndDeletesForGoodOnlyAfterYes)
     auto& document = session.document();
     const auto top = *document.topGroup();
     const auto work = *session.newGroup(top, "Work");
-    session.newEntry(work, "W1");
-    session.newEntry(work, "W2");
+    const auto w1 = *session.newEntry(work, "W1");
+    const auto w2 = *session.newEntry(work, "W2");
     const auto deep = *session.newGroup(work, "Deep");
     session.newEntry(deep, "D1");
-    const auto loose = top.entries().front();
-    const std::string looseUuid(loose.uuid());
+    const std::string w2Uuid(w2.uuid());
 
-    // An entry outside the bin moves there without a question, while another group is shown.
-    view->selectGroup(top);
-    view->selectEntry(loose);
+    // The selected entry moves to the bin without a question; its neighbour stays.
     view->selectGroup(work);
-    view->selectGroup(top);
-    view->selectEntry(loose);
+    view->selectEntry(w2);
     vault->perform(ui::Command::deleteEntry);
     EXPECT_TRUE(rig.asker.questions.isEmpty());
     EXPECT_EQ(vault->subtitle(), QStringLiteral("Moved to Recycle Bin"));
     const auto bin = model::findBin(document);
     ASSERT_TRUE(bin);
     ASSERT_EQ(bin->entries().size(), 1u);
-    EXPECT_EQ(bin->entries().front().uuid(), looseUuid);
+    EXPECT_EQ(bin->entries().front().uuid(), w2Uuid);
+    EXPECT_FALSE(model::isInsideBin(w1));
 
-    // In the bin it asks first; "No" keeps it, "Yes" deletes it for good.
+    // In the bin it asks first, and "No" keeps it.
     view->selectGroup(*bin);
     view->selectEntry(bin->entries().front());
     vault->perform(ui::Command::deleteEntry);
-    const QString title = QString::fromUtf8(bin->entries().front().title().data());
-    EXPECT_EQ(rig.asker.questions.value(0), QStringLiteral("Permanently delete \"%1\"? This can't be undone.").arg(title));
+    EXPECT_EQ(rig.asker.questions.value(0), QStringLiteral("Permanently delete \"W2\"? This can't be undone."));
     EXPECT_EQ(bin->entries().size(), 1u);
 
-    // Restoring puts it back.
+    // Restoring puts it back where it was.
     vault->perform(ui::Command::restoreItem);
     EXPECT_EQ(vault->subtitle(), QStringLiteral("Restored"));
     EXPECT_TRUE(bin->entries().empty());
-    EXPECT_EQ(top.entries().front().uuid(), looseUuid);
+    EXPECT_EQ(work.entries().back().uuid(), w2Uuid);
 
     // Groups: the top one is refused, another moves after its question, with its contents counted.
     view->selectGroup(top);
@@ -81,7 +82,11 @@ TEST(Delete, movesToTheBinWithoutAskingAndDeletesForGoodOnlyAfterYes)
 
     // The bin: its menu item reads "Empty Recycle Bin…", it asks, empties for good and then says it is empty.
     view->selectGroup(*bin);
-    EXPECT_EQ(vault->menuTitle(ui::Command::deleteGroup), QStringLiteral("Empty Recycle Bin…"));
+    QAction* item = qobject_cast<ui::MainWindow*>(vault->window())->menu()->action(ui::Command::deleteGroup);
+    auto* menu = qobject_cast<QMenu*>(item->parent());
+    ASSERT_TRUE(menu);
+    Q_EMIT menu->aboutToShow();
+    EXPECT_EQ(item->text(), QStringLiteral("Empty Recycle Bin…"));
     rig.asker.confirmations = {true};
     vault->perform(ui::Command::deleteGroup);
     EXPECT_EQ(rig.asker.questions.last(),
@@ -90,6 +95,9 @@ TEST(Delete, movesToTheBinWithoutAskingAndDeletesForGoodOnlyAfterYes)
     EXPECT_EQ(document.xml().select_nodes("//DeletedObject").size(), 5u);
     vault->perform(ui::Command::deleteGroup);
     EXPECT_EQ(rig.asker.warnings.last(), QStringLiteral("The Recycle Bin is already empty."));
+    view->selectGroup(top);
+    Q_EMIT menu->aboutToShow();
+    EXPECT_EQ(item->text(), QStringLiteral("Delete Group"));
 
     // With the bin off, deleting is permanent and asked about.
     ASSERT_TRUE(session.changeSettings(QStringLiteral("Settings"), [](kdbx::OuterHeader&, model::Document& doc) {
