@@ -5,10 +5,14 @@
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
 #include "ui/Clipboard.h"
+#include "ui/DeleteFlow.h"
 #include "ui/MainWindow.h"
+#include "ui/SaveFlow.h"
+#include "ui/VaultTexts.h"
 #include "ui/Windows.h"
 
 #include <QApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QMessageBox>
@@ -116,5 +120,37 @@ int main(int argc, char** argv)
 
     windows.open(second, window);
     ok &= save(window, out, "09-two-tabs");
+
+    // Saving: the questions before writing and closing, the status line while the write runs, the recovery offer.
+    const auto showDialog = [&](QMessageBox* box, const char* name) {
+        box->setWindowModality(Qt::NonModal);
+        box->show();
+        ok &= save(box, out, name);
+        box->close();
+    };
+    showDialog(ui::DialogAsker::makeSaveQuestion(window, ui::vaultText::saveChanges.arg(QStringLiteral("demo.kdbx")),
+                                                 ui::vaultText::changesLost),
+               "10-save-question");
+    showDialog(ui::DialogAsker::makeSaveQuestion(window, ui::vaultText::saveChanges.arg(QStringLiteral("demo.kdbx")),
+                                                 ui::vaultText::lockedChanges),
+               "11-save-question-locked");
+    showDialog(ui::DialogAsker::makeQuestion(window, QStringLiteral("demo.kdbx") + ui::vaultText::changedSuffix),
+               "12-overwrite-question");
+    const QDateTime when = QDateTime::currentDateTime().addSecs(-3600);
+    showDialog(ui::DialogAsker::makeQuestion(window,
+                                             ui::vaultText::recoverQuestion.arg(ui::SaveFlow::dateAndTime(when))),
+               "13-recovery-question");
+    showDialog(ui::DialogAsker::makeQuestion(window, ui::vaultText::emptyBin.arg(ui::DeleteFlow::contents(3, 1))),
+               "14-empty-bin-question");
+
+    window->bringForward(vault);
+    session.attemptUnlock(kdbx::SecureBytes::fromText("2468"));
+    finishJobs();
+    const auto top = *session.document().topGroup();
+    session.editField(top.allEntries().front(), "Title", "Changed");
+    vault->perform(ui::Command::saveDatabase);
+    ok &= save(window, out, "15-saving");
+    finishJobs();
+    ok &= save(window, out, "16-saved");
     return ok ? 0 : 1;
 }

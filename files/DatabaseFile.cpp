@@ -88,6 +88,24 @@ void DatabaseFile::adopt(const std::filesystem::path& location, const DiskStamp&
     stamp_ = stamp;
 }
 
+namespace {
+
+Committed write(kdbx::ByteView bytes, const std::filesystem::path& location, const std::optional<DiskStamp>& expected,
+                const SafeWrite::Check& check, const BackupSetting& backup, PreSaveBackup& backedUp)
+{
+    Committed done;
+    // The same text every run, whatever route reached the file, so that its backups share one folder.
+    const std::filesystem::path database = canonicalPath(location);
+    const auto makeBackup = [&] {
+        if (backup.backups)
+            done.backup = backedUp.beforeSave(*backup.backups, database, backup.backUpBeforeSaving);
+    };
+    done.stamp = SafeWrite::write(bytes, location, expected, check, makeBackup);
+    return done;
+}
+
+} // namespace
+
 Committed commit(const EncodedDatabase& encoded, const std::filesystem::path& location,
                  const std::optional<DiskStamp>& expected, const BackupSetting& backup, PreSaveBackup& backedUp)
 {
@@ -96,16 +114,13 @@ Committed commit(const EncodedDatabase& encoded, const std::filesystem::path& lo
     const auto check = [&encoded](kdbx::ByteView written) {
         kdbx::KdbxFile::verify(written, encoded.credentials, encoded.digests);
     };
+    return write(encoded.bytes, location, expected, check, backup, backedUp);
+}
 
-    Committed done;
-    // The same text every run, whatever route reached the file, so that its backups share one folder.
-    const std::filesystem::path database = canonicalPath(location);
-    const auto makeBackup = [&] {
-        if (backup.backups)
-            done.backup = backedUp.beforeSave(*backup.backups, database, backup.backUpBeforeSaving);
-    };
-    done.stamp = SafeWrite::write(encoded.bytes, location, expected, check, makeBackup);
-    return done;
+Committed commitSealed(kdbx::ByteView bytes, const std::filesystem::path& location,
+                       const std::optional<DiskStamp>& expected, const BackupSetting& backup, PreSaveBackup& backedUp)
+{
+    return write(bytes, location, expected, {}, backup, backedUp);
 }
 
 } // namespace quillon::files

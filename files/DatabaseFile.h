@@ -59,6 +59,12 @@ struct Committed {
 Committed commit(const EncodedDatabase& encoded, const std::filesystem::path& location,
                  const std::optional<DiskStamp>& expected, const BackupSetting& backup, PreSaveBackup& backedUp);
 
+// Writes bytes encoded and sealed earlier, whose credentials are no longer held (a locked window's unsaved
+// changes): the same writer, backup and last comparison as commit(). The decryption check is left out; the writer
+// still reads the temporary file back and finds exactly these bytes, which decode as the window's unlock would.
+Committed commitSealed(kdbx::ByteView bytes, const std::filesystem::path& location,
+                       const std::optional<DiskStamp>& expected, const BackupSetting& backup, PreSaveBackup& backedUp);
+
 // One open database: where it lives, its decoded content and the stamp of the file as last read or written.
 //
 //     auto db = DatabaseFile::open(path, credentials);          // read, stamp, decode

@@ -218,8 +218,7 @@ QString DatabaseSession::displayName() const
 
 const std::optional<files::DiskStamp> &DatabaseSession::stamp() const noexcept
 {
-    static const std::optional<files::DiskStamp> none;
-    return file_ ? file_->stamp() : none;
+    return file_ ? file_->stamp() : keptStamp_;
 }
 
 void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials)
@@ -236,6 +235,7 @@ void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Cr
 void DatabaseSession::dropDocument()
 {
     const bool had = document_ != nullptr;
+    leftover_.reset();
     notifier_->forget();
     if (searchIndex_)
         searchIndex_->clear();
@@ -587,10 +587,46 @@ files::PreSaveBackup::Outcome DatabaseSession::saveTo(const std::filesystem::pat
 bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
                                        const std::optional<files::DiskStamp> &expected)
 {
-    if (!file_ || !credentials_ || saving_)
+    if (saving_)
+        return false;
+    if (lockedSnapshot_) {
+        auto sealed = std::make_shared<std::vector<std::uint8_t>>(*lockedSnapshot_);
+        commitInBackground(
+            [sealed, location, expected](const files::BackupSetting &setting, files::PreSaveBackup &record) {
+                return files::commitSealed(*sealed, location, expected, setting, record);
+            },
+            [this, location](const files::Committed &done) {
+                location_ = location;
+                if (services_.openFiles) {
+                    services_.openFiles->claim(location, owner_);
+                    services_.openFiles->refresh(owner_);
+                }
+                if (lockedSnapshot_) {
+                    showLockedFile(); // the changes are in the file now: the window stays locked, on the file
+                } else if (file_) {
+                    // Unlocked from the snapshot meanwhile: what is open stays unsaved, and the next save compares
+                    // with the file just written.
+                    file_->adopt(location, done.stamp);
+                }
+            });
+        return true;
+    }
+    if (!file_ || !credentials_)
         return false;
     const auto position = undo_.position();
     auto encoded = std::make_shared<files::EncodedDatabase>(file_->encode(*credentials_));
+    commitInBackground(
+        [encoded, location, expected](const files::BackupSetting &setting, files::PreSaveBackup &record) {
+            return files::commit(*encoded, location, expected, setting, record);
+        },
+        [this, location, position](const files::Committed &done) { afterSave(location, done.stamp, position); });
+    return true;
+}
+
+void DatabaseSession::commitInBackground(
+    std::function<files::Committed(const files::BackupSetting &, files::PreSaveBackup &)> write,
+    std::function<void(const files::Committed &)> adopt)
+{
     saving_ = true;
     struct Outcome {
         std::optional<files::Committed> done;
@@ -598,12 +634,12 @@ bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
         bool changedOnDisk = false;
     };
     std::weak_ptr<QObject> receiver = receiver_;
-    services_.runInBackground([this, receiver, encoded, location, expected, position, setting = backupSetting(),
-                               runBackups = services_.runBackups] {
+    services_.runInBackground([this, receiver, write = std::move(write), adopt = std::move(adopt),
+                               setting = backupSetting(), runBackups = services_.runBackups] {
         auto outcome = std::make_shared<Outcome>();
         try {
             const std::lock_guard held(runBackups->mutex);
-            outcome->done = files::commit(*encoded, location, expected, setting, runBackups->record);
+            outcome->done = write(setting, runBackups->record);
         } catch (const files::SaveError &error) {
             outcome->cause = QString::fromStdString(error.cause());
         } catch (const files::ChangedOnDisk &error) {
@@ -612,10 +648,10 @@ bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
         } catch (const std::exception &error) {
             outcome->cause = QString::fromUtf8(error.what());
         }
-        postBack(receiver, [this, outcome, location, position] {
+        postBack(receiver, [this, outcome, adopt] {
             saving_ = false;
             if (outcome->done) {
-                afterSave(location, outcome->done->stamp, position);
+                adopt(*outcome->done);
                 Q_EMIT saved(outcome->done->backup);
             } else {
                 Q_EMIT saveFailed(outcome->cause, outcome->changedOnDisk);
@@ -624,7 +660,6 @@ bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
                 lock();
         });
     });
-    return true;
 }
 
 void DatabaseSession::postBack(const std::weak_ptr<QObject> &receiver, std::function<void()> then)

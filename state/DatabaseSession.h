@@ -15,6 +15,7 @@
 #include "model/SearchIndex.h"
 #include "state/UndoStack.h"
 
+#include <QDateTime>
 #include <QMetaType>
 #include <QObject>
 #include <QString>
@@ -115,6 +116,7 @@ public:
     model::Document &document() noexcept { return *document_; }
     kdbx::KdbxFile &kdbx() noexcept { return file_->file(); }
     const std::optional<kdbx::Credentials> &credentials() const noexcept { return credentials_; }
+    // The stamp of the file as last read or written; kept while the changes are sealed in a locked snapshot.
     const std::optional<files::DiskStamp> &stamp() const noexcept;
     model::SearchIndex &searchIndex() noexcept { return *searchIndex_; }
     const lock::PINGate &pinGate() const noexcept { return pinGate_; }
@@ -170,9 +172,21 @@ public:
                                          const std::optional<files::DiskStamp> &expected);
     // The same without freezing the caller: the document is encoded here, then written, checked and backed up
     // on a worker; saved or saveFailed follows. Changes made meanwhile stay unsaved, and a lock asked for
-    // meanwhile waits for the end. False when a save is already running.
+    // meanwhile waits for the end. Locked with a snapshot, the sealed snapshot itself is written, without
+    // unlocking, and the session then shows the file locked. False when a save is already running or there is
+    // nothing to save.
     bool saveInBackground(const std::filesystem::path &location, const std::optional<files::DiskStamp> &expected);
     bool isSaving() const noexcept { return saving_; }
+    // Open with credentials, or locked with a snapshot.
+    bool canSave() const noexcept { return (file_ && credentials_) || lockedSnapshot_; }
+
+    // --- What a killed save left behind ------------------------------------------------------------------
+    // After each unlock from the file, a newer temporary file of the writer beside it is decoded on a worker
+    // with the same credentials: leftoverFound offers it, leftoverUnreadable names one that does not open.
+    // Nothing is removed. Recovering puts its document in as unsaved changes; the database file stays as it is
+    // until the next save, which compares with the stamp read at the unlock.
+    bool recoverLeftover();
+    void dropLeftover();
 
     // --- Locking and unlocking ---------------------------------------------------------------------------
     // Locks as the user asked or a trigger fired; does nothing when there is nothing to lock.
@@ -221,11 +235,17 @@ Q_SIGNALS:
     // The real database opened from its file: the window adds it to the recent list and remembers the key
     // file used (unlockScreen().keyFile).
     void unlockedFromFile();
+    // A killed save's newer version, decoded and held until recoverLeftover or dropLeftover; modified: when
+    // that save was written.
+    void leftoverFound(const QDateTime &modified);
+    // A temporary file of the writer that does not open with these credentials; name: its file name.
+    void leftoverUnreadable(const QString &name);
 
 private:
     class Notifier;
     friend class Notifier;
     struct AttemptResult;
+    struct LeftoverResult;
 
     template <class Change> auto perform(const QString &text, Change &&change);
     // From a worker: runs `then` on the session's thread later, unless the session has gone by then (it owns
@@ -236,6 +256,12 @@ private:
     void dirtyMaybeChanged();
     void afterSave(const std::filesystem::path &location, const files::DiskStamp &stamp, std::uint64_t position);
     files::BackupSetting backupSetting() const;
+    // Runs write on a worker with the run's backup record; saved or saveFailed follows on this thread, after
+    // adopt on success.
+    void commitInBackground(std::function<files::Committed(const files::BackupSetting &, files::PreSaveBackup &)> write,
+                            std::function<void(const files::Committed &)> adopt);
+    void lookForLeftover();
+    void finishLeftover(std::uint64_t token, const std::filesystem::path &path, LeftoverResult result);
 
     void lockToFile();
     // The location as a locked window shows it: nothing decoded, nothing sealed, the unlock screen for the file.
@@ -267,6 +293,7 @@ private:
     // The stamp of the file as last read or written, kept while the changes are sealed.
     std::optional<files::DiskStamp> keptStamp_;
     std::optional<std::vector<std::uint8_t>> heldSnapshot_;
+    std::unique_ptr<kdbx::KdbxFile> leftover_;
     lock::PINGate pinGate_;
     std::optional<kdbx::Credentials> passwordForNewPIN_;
     std::optional<kdbx::SecureBytes> pendingPIN_;

@@ -362,8 +362,10 @@ void DatabaseSession::finishAttempt(std::uint64_t token, AttemptResult result)
         Q_EMIT undoStateChanged();
         Q_EMIT unlockScreenChanged();
         Q_EMIT lockedChanged(false);
-        if (source == UnlockSource::file && !result.decoy)
+        if (source == UnlockSource::file && !result.decoy) {
             Q_EMIT unlockedFromFile();
+            lookForLeftover();
+        }
         return;
     }
 

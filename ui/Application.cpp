@@ -95,7 +95,8 @@ int runApplication(int& argc, char** argv)
     // Quit remembers the windows while they are all still there.
     QObject::connect(&windows, &Windows::quitRequested, &delegate, [&delegate] {
         delegate.willTerminate();
-        QApplication::quit();
+        // Every window has already agreed: quit() would ask them all again through their close events.
+        QApplication::exit(0);
     });
     QObject::connect(&application, &QApplication::aboutToQuit, &delegate, &AppDelegate::willTerminate);
     delegate.openFiles(*files);

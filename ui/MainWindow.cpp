@@ -5,6 +5,7 @@
 #include "ui/VaultWindow.h"
 
 #include <QCloseEvent>
+#include <QPointer>
 #include <QMenuBar>
 #include <QStatusBar>
 #include <QTabBar>
@@ -125,6 +126,27 @@ void MainWindow::changeEvent(QEvent* event)
 
 void MainWindow::closeEvent(QCloseEvent* event)
 {
+    std::vector<QPointer<VaultWindow>> asking;
+    for (auto* vault : vaults()) {
+        vault->commitEditing();
+        if (vault->session().isDirty() || vault->session().isSaving())
+            asking.emplace_back(vault);
+    }
+    if (!closingAgreed_ && !asking.empty()) {
+        // Each tab with changes asks in turn; the window closes once all agreed (a save may take a while).
+        event->ignore();
+        QPointer<MainWindow> self = this;
+        VaultWindow::askEachToClose(
+            std::move(asking), [this](VaultWindow* vault) { tabs_->setCurrentWidget(vault); },
+            [self](bool agreed) {
+                if (!self || !agreed)
+                    return;
+                self->closingAgreed_ = true;
+                QMetaObject::invokeMethod(self, &QWidget::close, Qt::QueuedConnection);
+            });
+        return;
+    }
+    closingAgreed_ = false;
     Q_EMIT closing(this);
     event->accept();
 }

@@ -46,6 +46,8 @@ private:
     QTabWidget* tabs_;
     MenuBar* menu_;
     QAction* lock_;
+    // Every tab agreed to close: the next close event goes through without asking again.
+    bool closingAgreed_ = false;
 };
 
 } // namespace quillon::ui

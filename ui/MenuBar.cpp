@@ -40,9 +40,23 @@ MenuBar::MenuBar(QMenuBar* bar, MenuHandlers handlers) : QObject(bar), handlers_
         if (!menu) {
             menu = bar->addMenu(menuTitle);
             connect(menu, &QMenu::aboutToShow, this, [this, menu] {
-                for (QAction* action : menu->actions())
+                for (QAction* action : menu->actions()) {
+                    const auto found = items_.constFind(action);
+                    if (found == items_.constEnd())
+                        continue;
+                    const MenuItem& shown = *found.value();
                     if (action->isCheckable() && handlers_.isChecked)
-                        action->setChecked(handlers_.isChecked(actions_.key(action)));
+                        action->setChecked(handlers_.isChecked(shown.command));
+                    if (shown.available && handlers_.isEnabled)
+                        action->setEnabled(handlers_.isEnabled(shown.command));
+                    const QString now = handlers_.titleOf ? handlers_.titleOf(shown.command) : QString();
+                    action->setText(now.isEmpty() ? action->property("tableTitle").toString() : now);
+                }
+            });
+            connect(menu, &QMenu::aboutToHide, this, [this, menu] {
+                for (QAction* action : menu->actions())
+                    if (const auto found = items_.constFind(action); found != items_.constEnd())
+                        action->setEnabled(found.value()->available);
             });
         }
         const QString title = QString::fromUtf8(item.title).replace(QStringLiteral("%1"), name);
@@ -58,6 +72,8 @@ MenuBar::MenuBar(QMenuBar* bar, MenuHandlers handlers) : QObject(bar), handlers_
             action->setEnabled(item.available);
             action->setMenuRole(roleOf(item.command));
             action->setObjectName(QString::fromLatin1(commandName(item.command)));
+            action->setProperty("tableTitle", title);
+            items_.insert(action, &item);
             const Command command = item.command;
             connect(action, &QAction::triggered, this, [this, command] {
                 if (handlers_.perform)

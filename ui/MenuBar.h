@@ -26,6 +26,10 @@ struct MenuHandlers {
     std::function<void(Command)> perform;
     // For the check marks, read each time a menu opens.
     std::function<bool(Command)> isChecked;
+    // Read as a menu opens, as the items are validated: whether an item can act now, and the title it shows now
+    // (empty: the table's). The keys stay live while the menu is closed; the work behind them checks for itself.
+    std::function<bool(Command)> isEnabled;
+    std::function<QString(Command)> titleOf;
     std::function<QStringList()> recentPaths;
     std::function<void(const QString&)> openRecent;
     std::function<void()> clearRecents;
@@ -52,6 +56,7 @@ public:
 private:
     MenuHandlers handlers_;
     QHash<Command, QAction*> actions_;
+    QHash<QAction*, const MenuItem*> items_;
     QMenu* recent_ = nullptr;
     QList<QAction*> windowItems_;
 };

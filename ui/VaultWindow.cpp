@@ -4,11 +4,15 @@
 #include "state/DatabaseMemory.h"
 #include "state/Preferences.h"
 #include "ui/Asker.h"
+#include "ui/BrowseView.h"
 #include "ui/Clipboard.h"
+#include "ui/DeleteFlow.h"
 #include "ui/RecentDatabases.h"
+#include "ui/SaveFlow.h"
 #include "ui/StartScreen.h"
 #include "ui/UnlockView.h"
 #include "ui/UnlockedPage.h"
+#include "ui/VaultTexts.h"
 
 #include <QApplication>
 #include <QLineEdit>
@@ -52,7 +56,7 @@ VaultWindow::VaultWindow(VaultContext& context, QWidget* parent)
             [this](const QString& message) { context_.asker.warn(window(), message); });
     connect(session, &state::DatabaseSession::clipboardClearRequested, this,
             [this] { context_.clipboard.clearIfStillOurs(); });
-    connect(session, &state::DatabaseSession::unlockedFromFile, this, &VaultWindow::unlockedFromFile);
+    connect(session, &state::DatabaseSession::unlockedFromFile, this, &VaultWindow::rememberDatabase);
     subtitleTimer_ = new QTimer(this);
     subtitleTimer_->setSingleShot(true);
     subtitleTimer_->setInterval(1500);
@@ -60,6 +64,43 @@ VaultWindow::VaultWindow(VaultContext& context, QWidget* parent)
         subtitle_.clear();
         Q_EMIT subtitleChanged();
     });
+
+    SaveFlow::Window hooks;
+    hooks.parent = [this] { return window(); };
+    hooks.commitEditing = [this] { commitEditing(); };
+    hooks.showSubtitle = [this](const QString& text) { showSubtitle(text); };
+    hooks.setStatus = [this](const QString& text) { setStatus(text); };
+    hooks.saved = [this] {
+        rememberDatabase();
+        Q_EMIT titleChanged();
+    };
+    saveFlow_ = new SaveFlow(*session_, context_.asker, context_.services.openFiles, context_.services.backups,
+                             std::move(hooks), this);
+    DeleteFlow::Window deleting;
+    deleting.parent = [this] { return window(); };
+    deleting.selectedEntry = [this] {
+        auto* view = browseView();
+        return view ? view->selectedEntry() : std::nullopt;
+    };
+    deleting.selectedGroup = [this] {
+        auto* view = browseView();
+        return view ? view->selectedGroup() : std::nullopt;
+    };
+    deleting.showSubtitle = [this](const QString& text) { showSubtitle(text); };
+    deleteFlow_ = std::make_unique<DeleteFlow>(*session_, context_.asker, std::move(deleting));
+
+    setHandler(Command::saveDatabase, this, [this] {
+        if (!session_->isSaving())
+            saveFlow_->save();
+    });
+    setHandler(Command::saveDatabaseAs, this, [this] {
+        if (!session_->isSaving())
+            saveFlow_->saveAs();
+    });
+    setHandler(Command::showBackups, this, [this] { saveFlow_->showBackups(); });
+    setHandler(Command::deleteEntry, this, [this] { deleteFlow_->deleteEntry(); });
+    setHandler(Command::deleteGroup, this, [this] { deleteFlow_->deleteGroup(); });
+    setHandler(Command::restoreItem, this, [this] { deleteFlow_->restore(); });
     showPage();
 }
 
@@ -132,7 +173,16 @@ void VaultWindow::showPage()
     }
 }
 
-void VaultWindow::unlockedFromFile()
+BrowseView* VaultWindow::browseView() const
+{
+    if (!unlocked_)
+        return nullptr;
+    if (auto* view = qobject_cast<BrowseView*>(unlocked_))
+        return view;
+    return unlocked_->findChild<BrowseView*>();
+}
+
+void VaultWindow::rememberDatabase()
 {
     const auto location = path();
     if (!location)
@@ -174,6 +224,59 @@ void VaultWindow::showSubtitle(const QString& text)
     subtitle_ = text;
     subtitleTimer_->start();
     Q_EMIT subtitleChanged();
+}
+
+void VaultWindow::setStatus(const QString& text)
+{
+    status_ = text;
+    Q_EMIT subtitleChanged();
+}
+
+void VaultWindow::askToClose(std::function<void(bool)> done)
+{
+    saveFlow_->askToClose(std::move(done));
+}
+
+void VaultWindow::askEachToClose(std::vector<QPointer<VaultWindow>> windows, std::function<void(VaultWindow*)> show,
+                                 std::function<void(bool)> done)
+{
+    while (!windows.empty() && !windows.front())
+        windows.erase(windows.begin());
+    if (windows.empty())
+        return done(true);
+    QPointer<VaultWindow> first = windows.front();
+    windows.erase(windows.begin());
+    if (first->session().isDirty() && show)
+        show(first);
+    first->askToClose([rest = std::move(windows), show, done = std::move(done)](bool agreed) mutable {
+        if (!agreed)
+            return done(false);
+        askEachToClose(std::move(rest), std::move(show), std::move(done));
+    });
+}
+
+bool VaultWindow::canPerform(Command command) const
+{
+    switch (command) {
+    case Command::saveDatabase:
+    case Command::saveDatabaseAs:
+        return session_->canSave() && !session_->isSaving();
+    case Command::showBackups:
+        return session_->location().has_value();
+    case Command::deleteEntry:
+    case Command::deleteGroup:
+    case Command::restoreItem:
+        return session_->isOpen() && !session_->isLocked();
+    default:
+        return true;
+    }
+}
+
+QString VaultWindow::menuTitle(Command command) const
+{
+    if (command == Command::deleteGroup && deleteFlow_->isBinSelected())
+        return vaultText::emptyBinItem;
+    return {};
 }
 
 void VaultWindow::commitEditing()

@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 class QTimer;
 
@@ -21,7 +22,10 @@ class Preferences;
 namespace quillon::ui {
 
 class Asker;
+class BrowseView;
 class Clipboard;
+class DeleteFlow;
+class SaveFlow;
 class RecentDatabases;
 class StartScreen;
 class UnlockView;
@@ -60,6 +64,10 @@ public:
     UnlockView* unlockView() const noexcept { return unlock_; }
     // Made at each unlock and dropped at each lock.
     QWidget* unlockedPage() const noexcept { return unlocked_; }
+    // The browsing view of the unlocked page; none while locked.
+    BrowseView* browseView() const;
+    SaveFlow& saveFlow() const noexcept { return *saveFlow_; }
+    DeleteFlow& deleteFlow() const noexcept { return *deleteFlow_; }
     void setRecent(const QStringList& paths);
 
     // The menu's commands that act on one database.
@@ -70,7 +78,19 @@ public:
 
     // A short status line ("Password copied"), shown for 1.5 seconds unless another replaces it.
     void showSubtitle(const QString& text);
-    QString subtitle() const { return subtitle_; }
+    // A status line that stays until cleared with an empty text ("Saving…"); a short one shows over it.
+    void setStatus(const QString& text);
+    QString subtitle() const { return subtitle_.isEmpty() ? status_ : subtitle_; }
+    // Asks about unsaved changes; done(true) when the window may close. Each window of the list in turn, stopping
+    // at the first that may not; windows gone meanwhile are passed by.
+    void askToClose(std::function<void(bool)> done);
+    // show brings each forward before it asks.
+    static void askEachToClose(std::vector<QPointer<VaultWindow>> windows, std::function<void(VaultWindow*)> show,
+                               std::function<void(bool)> done);
+    // What the menu shows for a command as it opens: whether it can act now, and its title now (empty: the
+    // table's).
+    bool canPerform(Command command) const;
+    QString menuTitle(Command command) const;
     // Ends the edit of the field being typed in, so that its text reaches the database before a save or a close.
     void commitEditing();
 
@@ -83,7 +103,8 @@ Q_SIGNALS:
 
 private:
     void showPage();
-    void unlockedFromFile();
+    // Opened from its file or saved: the recent list, the last database and the key file used.
+    void rememberDatabase();
 
     VaultContext& context_;
     std::unique_ptr<state::DatabaseSession> session_;
@@ -96,7 +117,10 @@ private:
     };
     QHash<Command, Handler> handlers_;
     QString subtitle_;
+    QString status_;
     QTimer* subtitleTimer_;
+    SaveFlow* saveFlow_;
+    std::unique_ptr<DeleteFlow> deleteFlow_;
 };
 
 } // namespace quillon::ui

@@ -38,6 +38,14 @@ MainWindow* Windows::makeWindow()
             return context_.preferences.wrapNotes();
         return false;
     };
+    handlers.isEnabled = [this](Command command) {
+        const auto* vault = frontVault();
+        return !vault || vault->canPerform(command);
+    };
+    handlers.titleOf = [this](Command command) {
+        const auto* vault = frontVault();
+        return vault ? vault->menuTitle(command) : QString();
+    };
     handlers.recentPaths = [this] { return recents_.paths(); };
     handlers.openRecent = [this](const QString& path) { open(path, frontWindow(), frontVault()); };
     handlers.clearRecents = [this] {
@@ -139,6 +147,31 @@ void Windows::bringForward(VaultWindow* vault)
 }
 
 void Windows::closeVault(VaultWindow* vault)
+{
+    if (std::find(all_.begin(), all_.end(), vault) == all_.end())
+        return;
+    QPointer<VaultWindow> asked = vault;
+    bringForward(vault);
+    vault->askToClose([this, asked](bool agreed) {
+        if (agreed && asked)
+            discardVault(asked);
+    });
+}
+
+void Windows::quit()
+{
+    std::vector<QPointer<VaultWindow>> each;
+    for (auto* window : windows())
+        for (auto* vault : window->vaults())
+            each.emplace_back(vault);
+    VaultWindow::askEachToClose(std::move(each), [this](VaultWindow* vault) { bringForward(vault); },
+                                [this](bool agreed) {
+        if (agreed)
+            Q_EMIT quitRequested();
+    });
+}
+
+void Windows::discardVault(VaultWindow* vault)
 {
     auto at = std::find(all_.begin(), all_.end(), vault);
     if (at == all_.end())
@@ -275,7 +308,7 @@ void Windows::perform(Command command)
             w->showMinimized();
         return;
     case Command::terminate:
-        Q_EMIT quitRequested();
+        quit();
         return;
     case Command::newWindow:
         newWindow();

@@ -35,7 +35,10 @@ public:
     VaultWindow* open(const QString& path, MainWindow* host, VaultWindow* reusable = nullptr);
     // Opens files handed over from outside, as tabs of the front window.
     void openHandedOver(const QStringList& paths);
+    // Asks about unsaved changes first; the vault stays when the user cancels or the save fails.
     void closeVault(VaultWindow* vault);
+    // Asks each window in turn, front first, stopping at the first "Cancel"; then quitRequested.
+    void quit();
     void bringForward(VaultWindow* vault);
 
     // Front to back.
@@ -66,6 +69,7 @@ private:
     VaultWindow* makeVault();
     MainWindow* makeWindow();
     void forget(MainWindow* window);
+    void discardVault(VaultWindow* vault);
     void refreshRecent();
 
     files::OpenFiles files_;
