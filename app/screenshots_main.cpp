@@ -4,14 +4,22 @@
 #include "state/Preferences.h"
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
+#include "ui/BrowseView.h"
 #include "ui/Clipboard.h"
+#include "ui/EntryInspector.h"
+#include "ui/HistoryMenu.h"
 #include "ui/MainWindow.h"
+#include "ui/SecretField.h"
+#include "ui/VaultWindow.h"
 #include "ui/Windows.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QMenu>
 #include <QMessageBox>
+#include <QPainter>
+#include <QToolButton>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -116,5 +124,47 @@ int main(int argc, char** argv)
 
     windows.open(second, window);
     ok &= save(window, out, "09-two-tabs");
+
+    // The inspector: an entry with earlier versions, its password revealed, the history pop-up and a version.
+    const QString third = scratch.filePath(QStringLiteral("inspect.kdbx"));
+    QFile::copy(demo, third);
+    ui::MainWindow* browsing = windows.newWindow();
+    browsing->resize(1180, 660);
+    browsing->show();
+    ui::VaultWindow* inspected = windows.open(third, browsing, browsing->currentVault());
+    inspected->session().attemptUnlock(kdbx::SecureBytes::fromText("demo"));
+    finishJobs();
+    auto* browse = qobject_cast<ui::BrowseView*>(inspected->unlockedPage());
+    auto* inspector = inspected->unlockedPage() ? inspected->unlockedPage()->findChild<ui::EntryInspector*>() : nullptr;
+    if (!browse || !inspector) {
+        std::fputs("the demo did not unlock\n", stderr);
+        return 1;
+    }
+    const auto groups = inspected->session().document().topGroup()->groups();
+    browse->selectGroup(groups[0]);
+    browse->selectEntry(groups[0].entries().front());
+    ok &= save(browsing, out, "10-inspector");
+    inspector->passwordField()->revealButton()->click();
+    ok &= save(browsing, out, "11-password-revealed");
+    QMenu* versions = inspector->historyMenu()->versionsMenu();
+    versions->popup(inspector->historyMenu()->mapToGlobal(QPoint(0, inspector->historyMenu()->height())));
+    QApplication::processEvents();
+    QPixmap withMenu = browsing->grab();
+    {
+        QPainter painter(&withMenu);
+        painter.drawPixmap(browsing->mapFromGlobal(versions->pos()), versions->grab());
+    }
+    const QString menuPath = out + QStringLiteral("/12-history-menu.png");
+    ok &= withMenu.save(menuPath);
+    std::fprintf(stdout, "wrote %s\n", menuPath.toLocal8Bit().constData());
+    versions->hide();
+    inspector->openVersion(1);
+    ok &= save(browsing, out, "13-earlier-version");
+    inspector->closeVersion();
+    browse->selectGroup(groups[1]);
+    browse->selectEntry(groups[1].entries().front());
+    const auto mail = groups[1].entries().front();
+    inspected->session().setExpiry(mail, model::Time(std::chrono::seconds(1'900'000'000)));
+    ok &= save(browsing, out, "14-custom-fields-attachment-expiry");
     return ok ? 0 : 1;
 }

@@ -89,6 +89,7 @@ void AttachmentsPanel::reload()
         row.remove->setToolTip(inspectorText::removeAttachment + row.name);
         line->addWidget(row.remove);
         list_->addWidget(row.box);
+        row.box->show(); // now, not on the next turn of the event loop, so the tab order holds at once
         connect(row.save, &QPushButton::clicked, this, [this, name = row.name] { saveToFile(name); });
         connect(row.remove, &QToolButton::clicked, this, [this, name = row.name] { remove(name); });
         rows_.push_back(row);

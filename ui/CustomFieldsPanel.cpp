@@ -88,28 +88,17 @@ void CustomFieldsPanel::rebuild(const std::vector<model::CustomField>& fields)
         Row row;
         row.name = fromUtf8(field.name);
         row.isProtected = field.isProtected;
+        // The name with its buttons above, the value below at the full width of the pane.
         row.box = new QWidget(this);
-        auto* line = new QHBoxLayout(row.box);
-        line->setContentsMargins(0, 0, 0, 0);
-        line->setSpacing(4);
+        auto* lines = new QVBoxLayout(row.box);
+        lines->setContentsMargins(0, 0, 0, 4);
+        lines->setSpacing(2);
+        auto* top = new QHBoxLayout;
+        top->setSpacing(2);
+        lines->addLayout(top);
         row.nameEdit = new QLineEdit(row.name, row.box);
         row.nameEdit->setAccessibleName(inspectorText::fieldName);
-        row.nameEdit->setMaximumWidth(160);
-        line->addWidget(row.nameEdit);
-        if (field.isProtected) {
-            row.secret = new SecretField(inspectorText::fieldValue + row.name, row.name, row.box);
-            row.valueEdit = row.secret->edit();
-            line->addWidget(row.secret, 1);
-            connect(row.secret, &SecretField::copyRequested, this, [this, name = row.name] {
-                commitTyped();
-                Q_EMIT copyRequested(name);
-            });
-        } else {
-            row.valueEdit = new QLineEdit(row.box);
-            row.valueEdit->setAccessibleName(inspectorText::fieldValue + row.name);
-            line->addWidget(row.valueEdit, 1);
-        }
-        row.valueEdit->setText(fromUtf8(field.value));
+        top->addWidget(row.nameEdit, 1);
         row.protect = new QToolButton(row.box);
         row.protect->setText(inspectorText::protectField);
         row.protect->setCheckable(true);
@@ -117,15 +106,30 @@ void CustomFieldsPanel::rebuild(const std::vector<model::CustomField>& fields)
         row.protect->setFocusPolicy(Qt::StrongFocus);
         row.protect->setToolTip(inspectorText::protectFieldTip + row.name);
         row.protect->setAccessibleName(inspectorText::protectFieldTip + row.name);
-        line->addWidget(row.protect);
+        top->addWidget(row.protect);
         row.remove = new QToolButton(row.box);
         row.remove->setIcon(icons::remove());
         row.remove->setAutoRaise(true);
         row.remove->setFocusPolicy(Qt::StrongFocus);
         row.remove->setToolTip(inspectorText::removeField + row.name);
         row.remove->setAccessibleName(inspectorText::removeField + row.name);
-        line->addWidget(row.remove);
+        top->addWidget(row.remove);
+        if (field.isProtected) {
+            row.secret = new SecretField(inspectorText::fieldValue + row.name, row.name, row.box);
+            row.valueEdit = row.secret->edit();
+            lines->addWidget(row.secret);
+            connect(row.secret, &SecretField::copyRequested, this, [this, name = row.name] {
+                commitTyped();
+                Q_EMIT copyRequested(name);
+            });
+        } else {
+            row.valueEdit = new QLineEdit(row.box);
+            row.valueEdit->setAccessibleName(inspectorText::fieldValue + row.name);
+            lines->addWidget(row.valueEdit);
+        }
+        row.valueEdit->setText(fromUtf8(field.value));
         list_->addWidget(row.box);
+        row.box->show(); // now, not on the next turn of the event loop, so the tab order holds at once
 
         const QString name = row.name;
         connect(row.nameEdit, &QLineEdit::editingFinished, this, [this, name] { rename(name); });
@@ -161,10 +165,9 @@ QList<QWidget*> CustomFieldsPanel::focusOrder() const
 {
     QList<QWidget*> out;
     for (const auto& row : rows_) {
-        out << row.nameEdit << row.valueEdit;
+        out << row.nameEdit << row.protect << row.remove << row.valueEdit;
         if (row.secret)
             out << row.secret->revealButton() << row.secret->copyButton();
-        out << row.protect << row.remove;
     }
     out << add_;
     return out;

@@ -169,6 +169,7 @@ void EntryInspector::build()
     auto* extras = new QWidget(editor_);
     extras_ = new QVBoxLayout(extras);
     extras_->setContentsMargins(0, 0, 0, 0);
+    extras->hide(); // until a panel is placed in it
     form->addRow(QString(), extras);
 
     url_ = new QLineEdit(editor_);
@@ -342,6 +343,7 @@ void EntryInspector::placeExtra(QWidget*& slot, QWidget* widget, int index)
         widget->setParent(extras_->parentWidget());
         extras_->insertWidget(index, widget);
     }
+    extras_->parentWidget()->setVisible(oneTimePanel_ || generatorBox_);
     relinkTabOrder();
 }
 

@@ -17,8 +17,8 @@ void showText(QLineEdit* edit, const QString& text)
         return;
     const int caret = edit->cursorPosition();
     edit->setText(text);
-    if (edit->hasFocus())
-        edit->setCursorPosition(std::min(caret, int(text.size())));
+    // A long text shows its beginning unless the user is at work in it.
+    edit->setCursorPosition(edit->hasFocus() ? std::min(caret, int(text.size())) : 0);
 }
 
 void showText(QPlainTextEdit* edit, const QString& text)

@@ -234,6 +234,17 @@ TEST_F(EntryInspectorTest, revealCopyAndOpenUrl)
     EXPECT_TRUE(board->mimeData()->hasFormat(ui::secretHintType));
     EXPECT_EQ(vault.subtitle(), "PIN copied");
 
+    // Tab walks the controls in the order they are laid out.
+    inspector->titleField()->setFocus(Qt::TabFocusReason);
+    QStringList walked;
+    for (int i = 0; i < 16; ++i) {
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        walked << QApplication::focusWidget()->accessibleName();
+    }
+    EXPECT_THAT(walked, ElementsAre("History", "Username", "Copy username", "Password", "Reveal password",
+                                    "Copy password", "URL", "Open URL", "Notes", "Field name", "Protect PIN",
+                                    "Remove field PIN", "Value of PIN", "Reveal PIN", "Copy PIN", "Add Field"));
+
     QList<QUrl> opened;
     inspector->setUrlOpener([&](const QUrl& url) { opened << url; });
     inspector->openUrlButton()->click();
