@@ -110,6 +110,7 @@ EntryInspector::~EntryInspector()
     for (auto* child : findChildren<QWidget*>())
         child->blockSignals(true);
     disconnect(&session_, nullptr, this, nullptr);
+    entry_.reset();
     emptyFields();
 }
 

@@ -150,14 +150,18 @@ TEST_F(EntryInspectorTest, editsAreOneUndoableCommandEachAndTheInspectorFollowsT
     leave(inspector->notesView());
     inspector->expiresCheck()->click();
     EXPECT_TRUE(inspector->expiresPicker()->isEnabled());
-    EXPECT_EQ(commands(), 5);
+    const QDateTime expiry(QDate(2030, 1, 2), QTime(3, 4, 5), Qt::UTC);
+    inspector->expiresPicker()->setFocus();
+    inspector->expiresPicker()->setDateTime(expiry.toLocalTime());
+    leave(inspector->expiresPicker());
+    EXPECT_EQ(commands(), 6);
     EXPECT_EQ(mail().title(), "Mailbox");
     EXPECT_EQ(mail().userName(), "ann@example.com");
     EXPECT_EQ(mail().password(), "n3w");
     EXPECT_TRUE(mail().isFieldProtected("Password"));
     EXPECT_EQ(mail().notes(), "second");
-    EXPECT_TRUE(mail().expiry());
-    EXPECT_EQ(mail().history().size(), 7u);
+    EXPECT_EQ(mail().expiry(), model::Time(std::chrono::seconds(expiry.toSecsSinceEpoch())));
+    EXPECT_EQ(mail().history().size(), 8u);
 
     while (session().undo()) {
     }
