@@ -198,7 +198,11 @@ void EntryInspector::build()
     picker_ = new QDateTimeEdit(editor_);
     picker_->setAccessibleName(inspectorText::expiryDate);
     picker_->setCalendarPopup(true);
-    picker_->setDisplayFormat(QLocale().dateTimeFormat(QLocale::ShortFormat));
+    // The locale's short form, with the year in full: an expiry decades ahead must not read as a past one.
+    QString dateFormat = QLocale().dateFormat(QLocale::ShortFormat);
+    if (!dateFormat.contains(QStringLiteral("yyyy")))
+        dateFormat.replace(QStringLiteral("yy"), QStringLiteral("yyyy"));
+    picker_->setDisplayFormat(dateFormat + QLatin1Char(' ') + QLocale().timeFormat(QLocale::ShortFormat));
     connect(expires_, &QCheckBox::clicked, this, &EntryInspector::changeExpiry);
     connect(picker_, &QDateTimeEdit::editingFinished, this, [this] {
         if (expires_->isChecked())

@@ -25,6 +25,7 @@
 #include <QMenu>
 #include <QMimeData>
 #include <QPlainTextEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QTest>
 #include <QToolButton>
@@ -198,6 +199,16 @@ TEST_F(EntryInspectorTest, editsAreOneUndoableCommandEachAndTheInspectorFollowsT
     EXPECT_TRUE(alone.titleField()->text().isEmpty());
     EXPECT_TRUE(alone.passwordField()->edit()->text().isEmpty());
     EXPECT_EQ(inspector->titleField()->text(), "Bank");
+
+    // Locking while a field is typed in commits it and then drops the page with every field in it.
+    type(inspector->passwordField()->edit(), QStringLiteral("typed"));
+    int edits = 0;
+    QObject::connect(&session(), &state::DatabaseSession::itemChanged, inspector, [&] { ++edits; });
+    const QPointer<ui::EntryInspector> gone(inspector);
+    vault.perform(ui::Command::lockDatabase);
+    EXPECT_EQ(edits, 1);
+    EXPECT_FALSE(gone);
+    EXPECT_FALSE(vault.unlockedPage());
 }
 
 // Reveal flips the mask, icon and tooltip; copies mark secrets for clipboard managers and name what was copied
