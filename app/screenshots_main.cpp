@@ -4,18 +4,26 @@
 #include "state/Preferences.h"
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
+#include "ui/BrowseView.h"
 #include "ui/Clipboard.h"
 #include "ui/DeleteFlow.h"
+#include "ui/EntryInspector.h"
+#include "ui/HistoryMenu.h"
 #include "ui/MainWindow.h"
 #include "ui/SaveFlow.h"
+#include "ui/SecretField.h"
 #include "ui/VaultTexts.h"
+#include "ui/VaultWindow.h"
 #include "ui/Windows.h"
 
 #include <QApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QMenu>
 #include <QMessageBox>
+#include <QPainter>
+#include <QToolButton>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -152,5 +160,47 @@ int main(int argc, char** argv)
     ok &= save(window, out, "15-saving");
     finishJobs();
     ok &= save(window, out, "16-saved");
+
+    // The inspector: an entry with earlier versions, its password revealed, the history pop-up and a version.
+    const QString third = scratch.filePath(QStringLiteral("inspect.kdbx"));
+    QFile::copy(demo, third);
+    ui::MainWindow* browsing = windows.newWindow();
+    browsing->resize(1180, 660);
+    browsing->show();
+    ui::VaultWindow* inspected = windows.open(third, browsing, browsing->currentVault());
+    inspected->session().attemptUnlock(kdbx::SecureBytes::fromText("demo"));
+    finishJobs();
+    auto* browse = qobject_cast<ui::BrowseView*>(inspected->unlockedPage());
+    auto* inspector = inspected->unlockedPage() ? inspected->unlockedPage()->findChild<ui::EntryInspector*>() : nullptr;
+    if (!browse || !inspector) {
+        std::fputs("the demo did not unlock\n", stderr);
+        return 1;
+    }
+    const auto groups = inspected->session().document().topGroup()->groups();
+    browse->selectGroup(groups[0]);
+    browse->selectEntry(groups[0].entries().front());
+    ok &= save(browsing, out, "20-inspector");
+    inspector->passwordField()->revealButton()->click();
+    ok &= save(browsing, out, "21-password-revealed");
+    QMenu* versions = inspector->historyMenu()->versionsMenu();
+    versions->popup(inspector->historyMenu()->mapToGlobal(QPoint(0, inspector->historyMenu()->height())));
+    QApplication::processEvents();
+    QPixmap withMenu = browsing->grab();
+    {
+        QPainter painter(&withMenu);
+        painter.drawPixmap(browsing->mapFromGlobal(versions->pos()), versions->grab());
+    }
+    const QString menuPath = out + QStringLiteral("/22-history-menu.png");
+    ok &= withMenu.save(menuPath);
+    std::fprintf(stdout, "wrote %s\n", menuPath.toLocal8Bit().constData());
+    versions->hide();
+    inspector->openVersion(1);
+    ok &= save(browsing, out, "23-earlier-version");
+    inspector->closeVersion();
+    browse->selectGroup(groups[1]);
+    browse->selectEntry(groups[1].entries().front());
+    const auto mail = groups[1].entries().front();
+    inspected->session().setExpiry(mail, model::Time(std::chrono::seconds(1'900'000'000)));
+    ok &= save(browsing, out, "24-custom-fields-attachment-expiry");
     return ok ? 0 : 1;
 }

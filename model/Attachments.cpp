@@ -15,17 +15,30 @@ pugi::xml_node attachmentNamed(const Entry &entry, std::string_view name)
     return {};
 }
 
+std::optional<std::size_t> refOf(pugi::xml_node binary)
+{
+    const auto ref = readDecimal(binary.child("Value").attribute("Ref").value());
+    if (!ref || *ref < 0)
+        return std::nullopt;
+    return static_cast<std::size_t>(*ref);
+}
+
 } // namespace
+
+std::vector<Attachment> attachments(const Entry &entry)
+{
+    std::vector<Attachment> out;
+    for (const auto b : entry.element().children("Binary"))
+        out.push_back({b.child_value("Key"), refOf(b)});
+    return out;
+}
 
 std::optional<std::size_t> attachmentRef(const Entry &entry, std::string_view name)
 {
     const auto b = attachmentNamed(entry, name);
     if (!b)
         return std::nullopt;
-    const auto ref = readDecimal(b.child("Value").attribute("Ref").value());
-    if (!ref || *ref < 0)
-        return std::nullopt;
-    return static_cast<std::size_t>(*ref);
+    return refOf(b);
 }
 
 void setAttachment(const Entry &entry, std::string_view name, std::size_t poolIndex)

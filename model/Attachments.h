@@ -6,8 +6,17 @@
 #include <cstddef>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace quillon::model {
+
+struct Attachment {
+    std::string_view name;
+    // None when the reference is missing or not a number.
+    std::optional<std::size_t> poolIndex;
+};
+// In document order; views into the tree, valid until it changes.
+std::vector<Attachment> attachments(const Entry &entry);
 
 // The pool index an attachment refers to; none when the entry has no attachment of that name.
 std::optional<std::size_t> attachmentRef(const Entry &entry, std::string_view name);

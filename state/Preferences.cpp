@@ -97,6 +97,7 @@ void Preferences::setFlag(const QString& key, bool on)
 {
     settings_->setValue(key, on);
     written();
+    Q_EMIT changes_->flagChanged(key);
 }
 
 bool Preferences::reopenLastDatabase() const { return flag(keys::reopenLastDatabase, true); }

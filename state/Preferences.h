@@ -4,6 +4,7 @@
 #include "kdbx/SecureBytes.h"
 
 #include <QByteArray>
+#include <QObject>
 #include <QSettings>
 #include <QString>
 #include <QVariant>
@@ -27,6 +28,17 @@ inline const QString databases = QStringLiteral("databases");
 
 inline constexpr int defaultIdleLockMinutes = 10;
 inline constexpr int maxIdleLockMinutes = 1440;
+
+// Says which flag was written, so that every window follows a menu toggle (View › Wrap Notes) at once.
+class PreferenceChanges : public QObject {
+    Q_OBJECT
+
+public:
+    using QObject::QObject;
+
+Q_SIGNALS:
+    void flagChanged(const QString& key);
+};
 
 // A key that was never set reads as its default (no defaults are registered). A stored value of the
 // wrong kind reads as the default too, key by key, so a hand-edited or damaged file never loses the
@@ -72,6 +84,7 @@ public:
 
     QString fileName() const;
     QSettings::Status status() const;
+    PreferenceChanges& changes() const noexcept { return *changes_; }
 
 private:
     std::optional<QString> path(const QString& key) const;
@@ -82,6 +95,7 @@ private:
     void written();
 
     std::unique_ptr<QSettings> settings_;
+    std::unique_ptr<PreferenceChanges> changes_ = std::make_unique<PreferenceChanges>();
 };
 
 // "true"/"false"/"1"/"0" in any case, or a stored boolean; anything else is none.

@@ -160,6 +160,13 @@ void BrowseView::selectEntry(const model::Entry& entry)
         table_->setCurrentIndex(at);
 }
 
+void BrowseView::addDetailPane(QWidget* pane)
+{
+    splitter_->addWidget(pane);
+    splitter_->setStretchFactor(splitter_->indexOf(pane), 2);
+    splitter_->setSizes({200, 460, 340});
+}
+
 void BrowseView::setSearchScope(model::SearchScope scope)
 {
     scope_ = scope;

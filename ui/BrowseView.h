@@ -48,6 +48,9 @@ public:
     // Selects the entry's row when it is listed.
     void selectEntry(const model::Entry& entry);
 
+    // A third pane beside the table (the entry inspector); the view takes ownership.
+    void addDetailPane(QWidget* pane);
+
     model::SearchScope searchScope() const noexcept { return scope_; }
     void setSearchScope(model::SearchScope scope);
 

@@ -38,6 +38,41 @@ QIcon keyFile()
     return themed("dialog-password", ":/icons/key.svg");
 }
 
+QIcon eye()
+{
+    return themed("view-visible", ":/icons/eye.svg");
+}
+
+QIcon eyeSlash()
+{
+    return themed("view-hidden", ":/icons/eye-slash.svg");
+}
+
+QIcon copy()
+{
+    return themed("edit-copy", ":/icons/copy.svg");
+}
+
+QIcon openUrl()
+{
+    return themed("internet-web-browser", ":/icons/link.svg");
+}
+
+QIcon history()
+{
+    return themed("document-open-recent", ":/icons/history.svg");
+}
+
+QIcon add()
+{
+    return themed("list-add", ":/icons/add.svg");
+}
+
+QIcon remove()
+{
+    return themed("list-remove", ":/icons/remove.svg");
+}
+
 QIcon application()
 {
     registerOnce();

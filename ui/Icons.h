@@ -9,5 +9,13 @@ QIcon lock();
 QIcon removeKeyFile();
 QIcon keyFile();
 QIcon application();
+// "eye": the secret is hidden and the button shows it; "eye.slash": it shows and the button hides it.
+QIcon eye();
+QIcon eyeSlash();
+QIcon copy();
+QIcon openUrl();
+QIcon history();
+QIcon add();
+QIcon remove();
 
 } // namespace quillon::ui::icons
