@@ -44,4 +44,19 @@ QIcon application()
     return QIcon(QStringLiteral(":/icons/quillon.svg"));
 }
 
+QIcon eye()
+{
+    return themed("view-visible", ":/icons/eye.svg");
+}
+
+QIcon eyeSlash()
+{
+    return themed("view-hidden", ":/icons/eye-slash.svg");
+}
+
+QIcon copy()
+{
+    return themed("edit-copy", ":/icons/copy.svg");
+}
+
 } // namespace quillon::ui::icons

@@ -9,5 +9,9 @@ QIcon lock();
 QIcon removeKeyFile();
 QIcon keyFile();
 QIcon application();
+// "eye" and "eye.slash": a hidden secret that can be shown, a shown one that can be hidden.
+QIcon eye();
+QIcon eyeSlash();
+QIcon copy();
 
 } // namespace quillon::ui::icons
