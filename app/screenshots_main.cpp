@@ -5,14 +5,19 @@
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
 #include "ui/Clipboard.h"
+#include "ui/GeneratorBox.h"
 #include "ui/MainWindow.h"
+#include "ui/OneTimePanel.h"
 #include "ui/Windows.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QFormLayout>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QTemporaryDir>
+#include <QToolButton>
 
 #include <cstdio>
 #include <deque>
@@ -116,5 +121,48 @@ int main(int argc, char** argv)
 
     windows.open(second, window);
     ok &= save(window, out, "09-two-tabs");
+
+    // The one-time-code panel and the generator box in a small host, as the inspector holds them, over a
+    // session whose clock stands still so that the countdown is the one wanted.
+    kdbx::SystemTime shotTime{std::chrono::seconds(1'700'000'010)}; // the start of a 30-second step
+    state::SessionServices still = services;
+    still.clock = [&shotTime] { return shotTime; };
+    state::DatabaseSession otpSession(still);
+    otpSession.openLocation(first.toStdString());
+    otpSession.attemptUnlock(kdbx::SecureBytes::fromText("demo"));
+    finishJobs();
+    std::optional<model::Entry> withCode;
+    for (const auto& entry : otpSession.document().topGroup()->allEntries())
+        if (entry.field("otp") && !withCode)
+            withCode = entry;
+    if (!withCode) {
+        std::fputs("the demo database holds no one-time password\n", stderr);
+        return 1;
+    }
+    QWidget host;
+    host.setWindowTitle(QStringLiteral("Entry"));
+    auto* form = new QFormLayout(&host);
+    auto* otp = new ui::OneTimePanel(otpSession, clipboard, &host);
+    auto* generator = new ui::GeneratorBox(otpSession, &host);
+    form->addRow(QStringLiteral("One-time password"), otp);
+    form->addRow(QStringLiteral("Generator"), generator);
+    otp->setEntry(withCode);
+    generator->setEntry(withCode);
+    host.resize(560, 300);
+    host.show();
+    ok &= save(&host, out, "10-otp-secret-mode");
+    otp->revealButton()->click();
+    ok &= save(&host, out, "11-otp-secret-revealed");
+    otp->modeButton()->click();
+    ok &= save(&host, out, "12-otp-code-hidden");
+    otp->revealButton()->click();
+    shotTime += std::chrono::seconds(8);
+    otp->tick();
+    ok &= save(&host, out, "13-otp-code-revealed");
+    shotTime += std::chrono::seconds(19);
+    otp->tick();
+    ok &= save(&host, out, "14-otp-code-last-seconds");
+    generator->wordsButton()->click();
+    ok &= save(&host, out, "15-generator-words");
     return ok ? 0 : 1;
 }

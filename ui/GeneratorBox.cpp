@@ -37,8 +37,9 @@ GeneratorBox::GeneratorBox(state::DatabaseSession& session, QWidget* parent)
 }
 
 GeneratorBox::GeneratorBox(state::DatabaseSession& session, std::span<const std::string> words, QWidget* parent)
-    : QWidget(parent), session_(session), followed_(session), panel_(words)
+    : QFrame(parent), session_(session), followed_(session), panel_(words)
 {
+    setFrameShape(QFrame::StyledPanel);
     setObjectName(QStringLiteral("generatorBox"));
     setAccessibleName(QStringLiteral("Password generator"));
 

@@ -4,7 +4,7 @@
 #include "tools/GeneratorPanel.h"
 #include "ui/FollowedEntry.h"
 
-#include <QWidget>
+#include <QFrame>
 
 #include <optional>
 #include <span>
@@ -22,7 +22,7 @@ namespace quillon::ui {
 
 // Draws tools::GeneratorPanel and forwards to it. "Use" writes the value as the entry's password in one command
 // (the entry's earlier state goes to its history, and Undo takes it back).
-class GeneratorBox : public QWidget {
+class GeneratorBox : public QFrame {
     Q_OBJECT
 
 public:

@@ -40,6 +40,7 @@ void setSecretText(QLineEdit* field, const QString& text)
 {
     field->setText(text);
     field->setModified(false);
+    field->setCursorPosition(0); // the scheme and the label first
 }
 
 } // namespace
@@ -69,7 +70,12 @@ OneTimePanel::OneTimePanel(state::DatabaseSession& session, Clipboard& clipboard
     code_ = new QLabel(this);
     code_->setObjectName(QStringLiteral("otpCodeLabel"));
     code_->setAccessibleName(QStringLiteral("One-time code"));
-    code_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    QFont digits = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    if (font().pointSizeF() > 0)
+        digits.setPointSizeF(font().pointSizeF() * 1.25);
+    code_->setFont(digits);
+    // The row keeps its height whichever of the field and the code shows.
+    code_->setMinimumHeight(masked_->sizeHint().height());
     code_->setTextInteractionFlags(Qt::NoTextInteraction);
 
     reveal_ = new QToolButton(this);
