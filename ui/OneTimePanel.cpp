@@ -120,6 +120,11 @@ OneTimePanel::OneTimePanel(state::DatabaseSession& session, Clipboard& clipboard
 
 void OneTimePanel::setEntry(std::optional<model::Entry> entry)
 {
+    // The same entry shown again (its inspector refreshed) keeps the mode and what is revealed.
+    if (entry && followed_.entry() && entry->element() == followed_.entry()->element()) {
+        reload();
+        return;
+    }
     // What was typed for the entry shown so far is not lost to a change of selection.
     if (followed_.entry() && (masked_->isModified() || plain_->isModified()))
         store();

@@ -30,7 +30,7 @@ class OneTimePanel : public QWidget {
 public:
     OneTimePanel(state::DatabaseSession& session, Clipboard& clipboard, QWidget* parent = nullptr);
 
-    // A new entry shows its secret, hidden; none empties and disables the panel.
+    // Another entry shows its secret, hidden; none empties and disables the panel.
     void setEntry(std::optional<model::Entry> entry);
     const OneTimeDisplay& display() const noexcept { return display_; }
 

@@ -118,6 +118,10 @@ TEST(OneTimePanel, codeModeCountsDownAndTurnsOrangeForTheLastFiveSeconds)
     panel.tick();
     EXPECT_EQ(code->text(), QStringLiteral("94287082   1s")); // RFC 6238, T = 59
 
+    // The inspector showing the same entry again keeps the code shown.
+    panel.setEntry(rig.entry());
+    EXPECT_TRUE(panel.isTicking());
+
     // Back to the secret and to code mode again: the code is hidden once more.
     mode->click();
     EXPECT_FALSE(panel.isTicking());
