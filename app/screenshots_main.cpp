@@ -8,8 +8,10 @@
 #include "ui/Clipboard.h"
 #include "ui/DeleteFlow.h"
 #include "ui/EntryInspector.h"
+#include "ui/GeneratorBox.h"
 #include "ui/HistoryMenu.h"
 #include "ui/MainWindow.h"
+#include "ui/OneTimePanel.h"
 #include "ui/SaveFlow.h"
 #include "ui/SecretField.h"
 #include "ui/VaultTexts.h"
@@ -20,11 +22,14 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFormLayout>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPainter>
+#include <QPushButton>
 #include <QToolButton>
 #include <QTemporaryDir>
+#include <QToolButton>
 
 #include <cstdio>
 #include <deque>
@@ -202,5 +207,48 @@ int main(int argc, char** argv)
     const auto mail = groups[1].entries().front();
     inspected->session().setExpiry(mail, model::Time(std::chrono::seconds(1'900'000'000)));
     ok &= save(browsing, out, "24-custom-fields-attachment-expiry");
+
+    // The one-time-code panel and the generator box in a small host, as the inspector holds them, over a
+    // session whose clock stands still so that the countdown is the one wanted.
+    kdbx::SystemTime shotTime{std::chrono::seconds(1'700'000'010)}; // the start of a 30-second step
+    state::SessionServices still = services;
+    still.clock = [&shotTime] { return shotTime; };
+    state::DatabaseSession otpSession(still);
+    otpSession.openLocation(first.toStdString());
+    otpSession.attemptUnlock(kdbx::SecureBytes::fromText("demo"));
+    finishJobs();
+    std::optional<model::Entry> withCode;
+    for (const auto& entry : otpSession.document().topGroup()->allEntries())
+        if (entry.field("otp") && !withCode)
+            withCode = entry;
+    if (!withCode) {
+        std::fputs("the demo database holds no one-time password\n", stderr);
+        return 1;
+    }
+    QWidget host;
+    host.setWindowTitle(QStringLiteral("Entry"));
+    auto* form = new QFormLayout(&host);
+    auto* otp = new ui::OneTimePanel(otpSession, clipboard, &host);
+    auto* generator = new ui::GeneratorBox(otpSession, &host);
+    form->addRow(QStringLiteral("One-time password"), otp);
+    form->addRow(QStringLiteral("Generator"), generator);
+    otp->setEntry(withCode);
+    generator->setEntry(withCode);
+    host.resize(560, 300);
+    host.show();
+    ok &= save(&host, out, "30-otp-secret-mode");
+    otp->revealButton()->click();
+    ok &= save(&host, out, "31-otp-secret-revealed");
+    otp->modeButton()->click();
+    ok &= save(&host, out, "32-otp-code-hidden");
+    otp->revealButton()->click();
+    shotTime += std::chrono::seconds(8);
+    otp->tick();
+    ok &= save(&host, out, "33-otp-code-revealed");
+    shotTime += std::chrono::seconds(19);
+    otp->tick();
+    ok &= save(&host, out, "34-otp-code-last-seconds");
+    generator->wordsButton()->click();
+    ok &= save(&host, out, "35-generator-words");
     return ok ? 0 : 1;
 }

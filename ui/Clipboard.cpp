@@ -17,7 +17,7 @@ Clipboard::Clipboard(QClipboard* board, Scheduler schedule, QObject* parent)
     connect(board_, &QClipboard::dataChanged, this, [this] { ++changes_; });
 }
 
-void Clipboard::copy(const QString& text, bool secret)
+void Clipboard::copy(const QString& text, bool secret, std::chrono::milliseconds hold)
 {
     auto* data = new QMimeData;
     data->setText(text);
@@ -31,7 +31,7 @@ void Clipboard::copy(const QString& text, bool secret)
     memory_ = changes_;
     const quint64 count = memory_;
     QPointer<Clipboard> self(this);
-    schedule_(clearAfter, [self, count] {
+    schedule_(hold, [self, count] {
         if (self)
             self->clearIfUnchangedSince(count);
     });

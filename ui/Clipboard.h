@@ -25,8 +25,8 @@ public:
     explicit Clipboard(QClipboard* board, Scheduler schedule = {}, QObject* parent = nullptr);
 
     // Writes plain text; a secret is also marked for clipboard managers not to record it. Clears after
-    // clearAfter if nothing was copied since.
-    void copy(const QString& text, bool secret);
+    // `hold` if nothing was copied since (a one-time code is held only while it is valid).
+    void copy(const QString& text, bool secret, std::chrono::milliseconds hold = clearAfter);
     // At lock and at quit: clears now if the clipboard still holds this application's last copy.
     void clearIfStillOurs();
 
