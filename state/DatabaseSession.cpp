@@ -1,5 +1,7 @@
 #include "state/DatabaseSession.h"
 
+#include "state/EncodeJob.h"
+
 #include "files/CanonicalPath.h"
 #include "files/ChangedOnDisk.h"
 #include "files/SaveError.h"
@@ -163,6 +165,8 @@ DatabaseSession::DatabaseSession(SessionServices services, QObject *parent)
 
 DatabaseSession::~DatabaseSession()
 {
+    if (encoding_)
+        encoding_->abandon();
     if (cancel_)
         cancel_->store(true);
     if (document_)
@@ -232,8 +236,20 @@ void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Cr
     Q_EMIT documentReset();
 }
 
+void DatabaseSession::finishEncoding()
+{
+    if (encoding_) {
+        encoding_->finish();
+        encoding_.reset();
+    }
+}
+
 void DatabaseSession::dropDocument()
 {
+    if (encoding_) {
+        encoding_->abandon();
+        encoding_.reset();
+    }
     const bool had = document_ != nullptr;
     leftover_.reset();
     notifier_->forget();
@@ -260,6 +276,7 @@ void DatabaseSession::dirtyMaybeChanged()
 
 template <class Change> auto DatabaseSession::perform(const QString &text, Change &&change)
 {
+    finishEncoding();
     auto command = std::make_unique<Command>(text);
     notifier_->journal = &command->journal();
     try {
@@ -534,6 +551,7 @@ bool DatabaseSession::undo()
 {
     if (!document_)
         return false;
+    finishEncoding();
     const bool done = undo_.undo(*document_);
     notifier_->flush();
     if (done) {
@@ -547,6 +565,7 @@ bool DatabaseSession::redo()
 {
     if (!document_)
         return false;
+    finishEncoding();
     const bool done = undo_.redo(*document_);
     notifier_->flush();
     if (done) {
@@ -576,6 +595,7 @@ files::PreSaveBackup::Outcome DatabaseSession::saveTo(const std::filesystem::pat
 {
     if (!file_ || !credentials_ || saving_)
         throw std::logic_error("nothing to save, or a save is running");
+    finishEncoding();
     const auto position = undo_.position();
     const auto encoded = file_->encode(*credentials_);
     const std::lock_guard held(services_.runBackups->mutex);
@@ -613,11 +633,19 @@ bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
     }
     if (!file_ || !credentials_)
         return false;
+    finishEncoding();
     const auto position = undo_.position();
-    auto encoded = std::make_shared<files::EncodedDatabase>(file_->encode(*credentials_));
+    // The encoding runs on the worker too; until it is done, whatever would change the document waits for it
+    // (or runs it, when the worker has not started yet).
+    auto job = std::make_shared<EncodeJob>(
+        [file = file_.get(), credentials = std::make_shared<kdbx::Credentials>(credentials_->copy())] {
+            return file->encode(*credentials);
+        });
+    encoding_ = job;
     commitInBackground(
-        [encoded, location, expected](const files::BackupSetting &setting, files::PreSaveBackup &record) {
-            return files::commit(*encoded, location, expected, setting, record);
+        [job, location, expected](const files::BackupSetting &setting, files::PreSaveBackup &record) {
+            job->finish();
+            return files::commit(job->result(), location, expected, setting, record);
         },
         [this, location, position](const files::Committed &done) { afterSave(location, done.stamp, position); });
     return true;
@@ -650,6 +678,7 @@ void DatabaseSession::commitInBackground(
         }
         postBack(receiver, [this, outcome, adopt] {
             saving_ = false;
+            encoding_.reset(); // done by now: the worker finished it before writing
             if (outcome->done) {
                 adopt(*outcome->done);
                 Q_EMIT saved(outcome->done->backup);

@@ -114,7 +114,12 @@ public:
     bool isDirty() const noexcept { return !undo_.atSavedPoint(); }
     // Valid while open.
     model::Document &document() noexcept { return *document_; }
-    kdbx::KdbxFile &kdbx() noexcept { return file_->file(); }
+    // Waits for a save's encoding that is reading the headers.
+    kdbx::KdbxFile &kdbx()
+    {
+        finishEncoding();
+        return file_->file();
+    }
     const std::optional<kdbx::Credentials> &credentials() const noexcept { return credentials_; }
     // The stamp of the file as last read or written; kept while the changes are sealed in a locked snapshot.
     const std::optional<files::DiskStamp> &stamp() const noexcept;
@@ -248,6 +253,8 @@ private:
     struct LeftoverResult;
 
     template <class Change> auto perform(const QString &text, Change &&change);
+    // Before anything changes the document, its headers or the credentials: a save's encoding is done.
+    void finishEncoding();
     // From a worker: runs `then` on the session's thread later, unless the session has gone by then (it owns
     // the only strong reference to the receiver).
     static void postBack(const std::weak_ptr<QObject> &receiver, std::function<void()> then);
@@ -288,6 +295,7 @@ private:
     bool isDecoy_ = false;
     bool saving_ = false;
     bool lockAfterSave_ = false;
+    std::shared_ptr<class EncodeJob> encoding_;
 
     std::optional<std::vector<std::uint8_t>> lockedSnapshot_;
     // The stamp of the file as last read or written, kept while the changes are sealed.
