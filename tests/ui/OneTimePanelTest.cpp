@@ -27,7 +27,6 @@ constexpr const char* rfcUri = "otpauth://totp/RFC?secret=GEZDGNBVGY3TQOJQGEZDGN
 struct OneTimeRig {
     OneTimeRig()
     {
-        test::uiApplication();
         state::SessionServices services;
         services.isDuress = [](kdbx::ByteView) { return false; };
         services.clock = [this] { return now; };
@@ -47,6 +46,7 @@ struct OneTimeRig {
         return n;
     }
 
+    QApplication& application = test::uiApplication(); // before the clipboard below
     kdbx::SystemTime now{std::chrono::seconds(1'234'567'890)};
     std::unique_ptr<state::DatabaseSession> session;
     std::vector<std::chrono::milliseconds> holds;
