@@ -20,7 +20,6 @@ namespace {
 struct GeneratorRig {
     GeneratorRig()
     {
-        test::uiApplication();
         state::SessionServices services;
         services.isDuress = [](kdbx::ByteView) { return false; };
         session = std::make_unique<state::DatabaseSession>(services);
@@ -28,6 +27,7 @@ struct GeneratorRig {
     }
     model::Entry entry() { return session->document().topGroup()->entries().front(); }
 
+    QApplication& application = test::uiApplication();
     std::unique_ptr<state::DatabaseSession> session;
 };
 

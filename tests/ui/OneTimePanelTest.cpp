@@ -46,8 +46,7 @@ struct OneTimeRig {
         return n;
     }
 
-    // First, so that the clipboard below finds the application.
-    QApplication& application = test::uiApplication();
+    QApplication& application = test::uiApplication(); // before the clipboard below
     kdbx::SystemTime now{std::chrono::seconds(1'234'567'890)};
     std::unique_ptr<state::DatabaseSession> session;
     std::vector<std::chrono::milliseconds> holds;
