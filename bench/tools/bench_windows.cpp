@@ -28,8 +28,17 @@ namespace {
 
 class SilentAsker final : public ui::Asker {
 public:
-    void warn(QWidget*, const QString& message) override { std::fprintf(stderr, "alert: %s\n", qPrintable(message)); }
+    void warn(QWidget*, const QString& message, const QString&) override
+    {
+        std::fprintf(stderr, "alert: %s\n", qPrintable(message));
+    }
+    bool confirm(QWidget*, const QString&, const QString&) override { return false; }
+    ui::SaveAnswer askToSave(QWidget*, const QString&, const QString&) override { return ui::SaveAnswer::cancel; }
     std::optional<QString> chooseFile(QWidget*, const QString&, const QString&) override { return std::nullopt; }
+    std::optional<QString> chooseSaveFile(QWidget*, const QString&, const QString&, const QString&) override
+    {
+        return std::nullopt;
+    }
 };
 
 class FirstPaint final : public QObject {

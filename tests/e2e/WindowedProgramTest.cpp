@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 
@@ -199,6 +201,75 @@ TEST(WindowedProgram, unlockLockHandOverAndQuitOnARealXServer)
             left.push_back(item.path().filename().string());
     std::sort(left.begin(), left.end());
     EXPECT_EQ(left, (std::vector<std::string>{"second.kdbx", "vault.kdbx"})) << "a temporary file was left";
+}
+
+std::vector<std::uint8_t> readAll(const std::filesystem::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// Ctrl+S writes a file that keepassxc-cli opens. After another process rewrites the file (same size), Ctrl+S
+// asks first, and Return, which picks the default "No", leaves that process's file as it is.
+TEST(WindowedProgram, ctrlSWritesAFileOthersOpenAndAsksBeforeOverwritingAnotherProcessesChange)
+{
+    const auto xvfb = findInPath("Xvfb");
+    const auto xdotool = findInPath("xdotool");
+    QUILLON_REQUIRE_PEER(xvfb && xdotool ? xvfb : std::nullopt, "Xvfb and xdotool");
+    QUILLON_REQUIRE_PEER(keepassxcCli(), "keepassxc-cli");
+    std::unique_ptr<Background> server;
+    const auto display = startXvfb(*xvfb, server);
+    ASSERT_TRUE(display) << "Xvfb did not start";
+    const Desktop desktop(*xdotool, *display);
+
+    TempDir dir;
+    std::filesystem::create_directories(dir / "home");
+    std::filesystem::create_directories(dir / "run");
+    std::filesystem::permissions(dir / "run", std::filesystem::perms::owner_all);
+    const auto path = dir / "vault.kdbx";
+    writeFile(path, tinyFile(passwordOnly("right")));
+    const auto before = readAll(path);
+    const std::map<std::string, std::string> env = {
+        {"DISPLAY", *display},
+        {"HOME", (dir / "home").string()},
+        {"XDG_CONFIG_HOME", (dir / "home" / ".config").string()},
+        {"XDG_DATA_HOME", (dir / "home" / ".local" / "share").string()},
+        {"TMPDIR", (dir / "run").string()},
+        {"XDG_RUNTIME_DIR", (dir / "run").string()},
+        {"QT_QPA_PLATFORM", "xcb"},
+    };
+
+    Background app({quillon, path.string()}, env);
+    const auto window = desktop.windowTitled("vault.kdbx is locked");
+    ASSERT_TRUE(window) << "no unlock screen";
+    desktop.xdo({"windowfocus", "--sync", *window});
+    desktop.xdo({"type", "--delay", "30", "right"});
+    desktop.xdo({"key", "Return"});
+    ASSERT_TRUE(desktop.windowTitled("vault.kdbx")) << "not unlocked";
+
+    desktop.xdo({"key", "ctrl+s"});
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (readAll(path) == before && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(50ms);
+    ASSERT_NE(readAll(path), before) << "Ctrl+S wrote nothing";
+    EXPECT_EQ(keepassxc({"ls", path.string()}, "right\n").exitCode, 0);
+
+    auto theirs = readAll(path);
+    theirs[theirs.size() - 20] ^= 0x5a;
+    writeFile(path, theirs);
+    desktop.xdo({"windowfocus", "--sync", *window});
+    desktop.xdo({"key", "ctrl+s"});
+    const auto question = desktop.windowTitled("Quillon");
+    ASSERT_TRUE(question) << "Ctrl+S did not ask before overwriting";
+    desktop.xdo({"windowfocus", "--sync", *question});
+    desktop.xdo({"key", "Return"});
+    std::this_thread::sleep_for(1s);
+    EXPECT_EQ(readAll(path), theirs);
+
+    desktop.xdo({"windowfocus", "--sync", *window});
+    desktop.xdo({"key", "ctrl+q"});
+    EXPECT_EQ(app.wait(20s), 0);
+    EXPECT_EQ(readAll(path), theirs);
 }
 
 } // namespace
