@@ -30,6 +30,7 @@
 #include <QPushButton>
 #include <QScrollArea>
 #include <QStackedWidget>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -91,11 +92,17 @@ EntryInspector::EntryInspector(VaultWindow& vault, QWidget* parent)
             return;
         for (auto at = entry_->element(); at; at = at.parent())
             if (at == element) {
+                // In the middle of the removal's command: nothing typed is committed now.
+                entry_.reset();
                 setEntry(std::nullopt);
                 return;
             }
     });
-    connect(&session_, &state::DatabaseSession::documentReset, this, [this] { setEntry(std::nullopt); });
+    // The old document is gone by now: the handle must not be read.
+    connect(&session_, &state::DatabaseSession::documentReset, this, [this] {
+        entry_.reset();
+        setEntry(std::nullopt);
+    });
     connect(&vault_.context().preferences.changes(), &state::PreferenceChanges::flagChanged, this,
             [this](const QString& key) {
                 if (key == state::keys::wrapNotes)
@@ -247,9 +254,7 @@ void EntryInspector::setEntry(std::optional<model::Entry> entry)
         reload();
         return;
     }
-    // What was typed belongs to the entry it was typed for; an entry being removed takes it along.
-    if (entry_ && entry_->element().parent())
-        commitTyped();
+    keepTyped();
     entry_ = std::move(entry);
     closeVersion();
     password_->setRevealed(false);
@@ -401,6 +406,48 @@ void EntryInspector::commitTyped()
         commitField(edit, name);
     commitNotes();
     custom_->commitTyped();
+}
+
+void EntryInspector::keepTyped()
+{
+    if (!entry_)
+        return;
+    // What was typed belongs to the entry it was typed for. The selection may move in the middle of another
+    // command (a row leaving the table as its entry moves), where no command can start, so the edit is made
+    // on the next turn, on the entry found again by its UUID.
+    struct Typed {
+        std::string name;
+        QString text;
+        bool isProtected;
+    };
+    std::vector<Typed> typed;
+    for (auto [edit, name] : {std::pair{title_, "Title"}, {username_, "UserName"}, {password_->edit(), "Password"},
+                              {url_, "URL"}})
+        if (isTypedInto(edit))
+            typed.push_back({name, edit->text(), edit == password_->edit()});
+    if (isTypedInto(notes_))
+        typed.push_back({"Notes", notes_->toPlainText(), entry_->notesProtected()});
+    for (const auto& row : custom_->rows())
+        if (isTypedInto(row.valueEdit))
+            typed.push_back({row.name.toStdString(), row.valueEdit->text(), row.isProtected});
+    if (typed.empty())
+        return;
+    QTimer::singleShot(0, &session_, [session = &session_, uuid = std::string(entry_->uuid()), typed] {
+        const auto entry = session->isOpen() ? session->document().findEntry(uuid) : std::nullopt;
+        if (!entry)
+            return;
+        std::vector<QByteArray> texts;
+        std::vector<state::FieldEdit> edits;
+        texts.reserve(typed.size());
+        for (const auto& t : typed) {
+            texts.push_back(t.text.toUtf8());
+            edits.push_back({t.name, std::string_view(texts.back().constData(), std::size_t(texts.back().size())),
+                             t.isProtected});
+        }
+        session->editFields(*entry, edits);
+        for (auto& text : texts)
+            kdbx::secureWipe(text.data(), std::size_t(text.size()));
+    });
 }
 
 void EntryInspector::changeExpiry(bool expires)

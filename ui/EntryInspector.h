@@ -85,6 +85,7 @@ private:
     void applyWrap();
     void commitField(QLineEdit* edit, std::string_view name);
     void commitNotes();
+    void keepTyped();
     void changeExpiry(bool expires);
     void copyField(std::string_view name, const QString& shownName, bool secret);
     void placeExtra(QWidget*& slot, QWidget* widget, int index);

@@ -3,6 +3,8 @@
 #include "tests/ui/UiTest.h"
 
 #include "model/Attachments.h"
+#include "model/Group.h"
+#include "model/RecycleBin.h"
 #include "tests/support/TestDb.h"
 #include "ui/AttachmentsPanel.h"
 #include "ui/BrowseView.h"
@@ -189,6 +191,18 @@ TEST_F(EntryInspectorTest, editsAreOneUndoableCommandEachAndTheInspectorFollowsT
     EXPECT_EQ(inspector->notesView()->lineWrapMode(), QPlainTextEdit::NoWrap);
     rig.preferences.setWrapNotes(true);
     EXPECT_EQ(inspector->notesView()->lineWrapMode(), QPlainTextEdit::WidgetWidth);
+
+    // The entry leaves the table in the middle of another command (into the bin) while its title is typed in:
+    // the typing still reaches it, as a command of its own once that one is done.
+    type(inspector->titleField(), QStringLiteral("Binned"));
+    EXPECT_EQ(session().deleteEntry(mail()), model::DeleteResult::movedToBin);
+    EXPECT_EQ(inspector->titleField()->text(), "Bank");
+    QApplication::processEvents();
+    EXPECT_EQ(mail().title(), "Binned");
+    ASSERT_TRUE(session().undo());
+    ASSERT_TRUE(session().undo());
+    EXPECT_EQ(mail().title(), "Mail hub");
+    EXPECT_EQ(mail().parent()->name(), "Root");
 
     // The entry's removal empties an inspector that shows it; the page's own follows the table to the next row.
     ui::EntryInspector alone(vault);
