@@ -11,7 +11,9 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QLineEdit>
 #include <QMessageBox>
+#include <QTabWidget>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -116,5 +118,15 @@ int main(int argc, char** argv)
 
     windows.open(second, window);
     ok &= save(window, out, "09-two-tabs");
+
+    // The toolbar of an unlocked tab: its items, then a search under way in its field.
+    window->tabs()->setCurrentWidget(vault);
+    session.attemptUnlock(kdbx::SecureBytes::fromText("2468"));
+    finishJobs();
+    ok &= save(window, out, "10-toolbar");
+    if (auto* search = vault->searchField()) {
+        search->setText(QStringLiteral("example"));
+        ok &= save(window, out, "11-toolbar-search");
+    }
     return ok ? 0 : 1;
 }
