@@ -23,13 +23,14 @@
 #include <QDir>
 #include <QFile>
 #include <QFormLayout>
+#include <QLineEdit>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPainter>
 #include <QPushButton>
+#include <QTabWidget>
 #include <QToolButton>
 #include <QTemporaryDir>
-#include <QToolButton>
 
 #include <cstdio>
 #include <deque>
@@ -250,5 +251,17 @@ int main(int argc, char** argv)
     ok &= save(&host, out, "34-otp-code-last-seconds");
     generator->wordsButton()->click();
     ok &= save(&host, out, "35-generator-words");
+
+    // The toolbar of an unlocked tab: its items, then a search under way in its field.
+    window->tabs()->setCurrentWidget(vault);
+    if (session.isLocked()) {
+        session.attemptUnlock(kdbx::SecureBytes::fromText("2468"));
+        finishJobs();
+    }
+    ok &= save(window, out, "40-toolbar");
+    if (auto* search = vault->searchField()) {
+        search->setText(QStringLiteral("example"));
+        ok &= save(window, out, "41-toolbar-search");
+    }
     return ok ? 0 : 1;
 }

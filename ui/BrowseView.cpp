@@ -55,7 +55,8 @@ BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     : QWidget(parent), session_(session), groupModel_(new GroupTreeModel(session, this)),
       entryModel_(new EntryTableModel(session, this)), sortProxy_(new EntrySortProxy(this)),
       splitter_(new QSplitter(Qt::Horizontal, this)), tree_(new QTreeView(splitter_)),
-      table_(new QTableView(splitter_)), search_(new QLineEdit(this)), findAction_(new QAction(this))
+      table_(new QTableView(splitter_)), search_(new QLineEdit(this)), findAction_(new QAction(this)),
+      dropRules_(session)
 {
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -71,8 +72,17 @@ BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     tree_->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed);
     tree_->setAccessibleName(browseText::groupsName);
     tree_->installEventFilter(this);
+    for (QAbstractItemView* view : {static_cast<QAbstractItemView*>(tree_), static_cast<QAbstractItemView*>(table_)}) {
+        view->setDragDropMode(QAbstractItemView::DragDrop);
+        view->setDefaultDropAction(Qt::MoveAction);
+        view->setDropIndicatorShown(true);
+    }
+    // A group held over a closed group opens it, so that a drop can reach the groups inside.
+    tree_->setAutoExpandDelay(700);
+    groupModel_->setDropRules(&dropRules_);
 
     sortProxy_->setSourceModel(entryModel_);
+    sortProxy_->setDropRules(&dropRules_);
     table_->setModel(sortProxy_);
     table_->setAccessibleName(browseText::entriesName);
     table_->setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -109,7 +119,7 @@ BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     search_->setAccessibleName(browseText::searchName);
     search_->setClearButtonEnabled(true);
     search_->installEventFilter(this);
-    connect(search_, &QLineEdit::textChanged, this, [this](const QString& text) {
+    connect(search_.data(), &QLineEdit::textChanged, this, [this](const QString& text) {
         entryModel_->setSearch(text, scope_);
     });
 
@@ -131,6 +141,12 @@ BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     connect(&session, &state::DatabaseSession::documentReset, this, &BrowseView::documentReset);
 
     selectTopGroup();
+}
+
+BrowseView::~BrowseView()
+{
+    // Placed in the window's toolbar it is no child of this view, and what was typed may be a password.
+    delete search_.data();
 }
 
 std::optional<model::Group> BrowseView::selectedGroup() const
@@ -170,11 +186,13 @@ void BrowseView::addDetailPane(QWidget* pane)
 void BrowseView::setSearchScope(model::SearchScope scope)
 {
     scope_ = scope;
-    entryModel_->setSearch(search_->text(), scope_);
+    entryModel_->setSearch(search_ ? search_->text() : QString(), scope_);
 }
 
 void BrowseView::focusSearch()
 {
+    if (!search_)
+        return;
     search_->setFocus(Qt::ShortcutFocusReason);
     search_->selectAll();
 }
@@ -190,9 +208,10 @@ bool BrowseView::eventFilter(QObject* watched, QEvent* event)
         return true;
     }
     // Return on a group, or Return or Down in the search field, goes on to the entries listed, the first one
-    // selected when none is (a rename in progress has the editor's keys, not the tree's).
+    // selected when none is. The Return that ends a rename reaches the tree from its editor, which still has
+    // the focus then: that one stays with the tree.
     const bool toEntries = key == Qt::Key_Return || key == Qt::Key_Enter || (watched == search_ && key == Qt::Key_Down);
-    if ((watched == tree_ || watched == search_) && toEntries) {
+    if (((watched == tree_ && tree_->hasFocus()) || watched == search_) && toEntries) {
         if (!table_->currentIndex().isValid() && sortProxy_->rowCount() > 0)
             table_->setCurrentIndex(sortProxy_->index(0, 0));
         table_->setFocus(Qt::TabFocusReason);
@@ -204,7 +223,8 @@ bool BrowseView::eventFilter(QObject* watched, QEvent* event)
 void BrowseView::documentReset()
 {
     // What was typed may have been a password; it does not outlive the lock.
-    search_->clear();
+    if (search_)
+        search_->clear();
     selectTopGroup();
     if (!session_.isOpen())
         Q_EMIT selectedGroupChanged();

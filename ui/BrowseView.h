@@ -5,13 +5,15 @@
 #include "model/Group.h"
 #include "model/Search.h"
 #include "state/DatabaseSession.h"
+#include "ui/DropRules.h"
 
+#include <QLineEdit>
+#include <QPointer>
 #include <QWidget>
 
 #include <optional>
 
 class QAction;
-class QLineEdit;
 class QSplitter;
 class QTableView;
 class QTreeView;
@@ -23,13 +25,14 @@ class EntryTableModel;
 class GroupTreeModel;
 
 // Listens to the session and draws; every change goes back through the session's commands. The search
-// field belongs to this view but is placed by the window (in its toolbar), so it is not in this layout.
-// The session must outlive the view.
+// field belongs to this view but is placed by the window (in its toolbar), so it is not in this layout; it
+// goes with the view wherever it was placed. The session must outlive the view.
 class BrowseView : public QWidget {
     Q_OBJECT
 
 public:
     explicit BrowseView(state::DatabaseSession& session, QWidget* parent = nullptr);
+    ~BrowseView() override;
 
     QTreeView* groupTree() const noexcept { return tree_; }
     QTableView* entryTable() const noexcept { return table_; }
@@ -40,6 +43,8 @@ public:
     GroupTreeModel& groupModel() const noexcept { return *groupModel_; }
     EntryTableModel& entryModel() const noexcept { return *entryModel_; }
     EntrySortProxy& sortProxy() const noexcept { return *sortProxy_; }
+    // What the tree and the table accept when rows are dragged.
+    DropRules& dropRules() noexcept { return dropRules_; }
 
     std::optional<model::Group> selectedGroup() const;
     std::optional<model::Entry> selectedEntry() const;
@@ -76,9 +81,11 @@ private:
     QSplitter* splitter_;
     QTreeView* tree_;
     QTableView* table_;
-    QLineEdit* search_;
+    // Null once the window that held it has gone first.
+    QPointer<QLineEdit> search_;
     QAction* findAction_;
     model::SearchScope scope_ = model::SearchScope::everywhere;
+    DropRules dropRules_;
 };
 
 } // namespace quillon::ui

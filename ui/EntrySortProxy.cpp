@@ -1,8 +1,10 @@
 #include "ui/EntrySortProxy.h"
 
+#include "ui/DropRules.h"
 #include "ui/EntryTableModel.h"
 
 #include <QLocale>
+#include <QMimeData>
 
 namespace quillon::ui {
 
@@ -140,6 +142,63 @@ bool EntrySortProxy::lessThan(const QModelIndex& left, const QModelIndex& right)
     // Made one at a time: the second may rehash the map under the first.
     const auto a = textKey(leftKey, left);
     return a.compare(textKey(rightKey, right)) < 0;
+}
+
+Qt::ItemFlags EntrySortProxy::flags(const QModelIndex& index) const
+{
+    const auto flags = QSortFilterProxyModel::flags(index);
+    if (!rules_)
+        return flags;
+    // Rows take no drop of their own: one aimed at a row lands between rows.
+    return index.isValid() ? flags | Qt::ItemIsDragEnabled : flags | Qt::ItemIsDropEnabled;
+}
+
+QStringList EntrySortProxy::mimeTypes() const
+{
+    return {entryRowType};
+}
+
+QMimeData* EntrySortProxy::mimeData(const QModelIndexList& indexes) const
+{
+    if (!rules_ || !entries_ || indexes.isEmpty())
+        return nullptr;
+    const auto entry = entries_->entryAt(mapToSource(indexes.front()));
+    return entry ? rules_->dragEntry(*entry) : nullptr;
+}
+
+Qt::DropActions EntrySortProxy::supportedDragActions() const
+{
+    return Qt::MoveAction;
+}
+
+Qt::DropActions EntrySortProxy::supportedDropActions() const
+{
+    return Qt::MoveAction;
+}
+
+std::optional<model::Entry> EntrySortProxy::entryAtDrop(int row, const QModelIndex& parent) const
+{
+    if (parent.isValid())
+        row = parent.row();
+    if (row < 0 || row >= rowCount())
+        return std::nullopt;
+    return entries_->entryAt(mapToSource(index(row, 0)));
+}
+
+bool EntrySortProxy::canDropMimeData(const QMimeData* data, Qt::DropAction action, int, int,
+                                     const QModelIndex&) const
+{
+    return rules_ && entries_ && action == Qt::MoveAction &&
+           rules_->canReorder(data, {entries_->isSearching(), direction_ != SortDirection::original, entries_->group()});
+}
+
+bool EntrySortProxy::dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                                  const QModelIndex& parent)
+{
+    if (!canDropMimeData(data, action, row, column, parent))
+        return false;
+    return rules_->reorder(data, {entries_->isSearching(), direction_ != SortDirection::original, entries_->group()},
+                           entryAtDrop(row, parent));
 }
 
 } // namespace quillon::ui

@@ -1,8 +1,11 @@
-// ui/EntrySortProxy.h: the entry table's header-click sort cycle and its collated order.
+// ui/EntrySortProxy.h: the entry table as its view sees it: the header-click sort cycle, the collated order and
+// the rows' drag and drop.
 #pragma once
 
 #include <QCollator>
 #include <QSortFilterProxyModel>
+
+#include "model/Entry.h"
 
 #include <optional>
 #include <unordered_map>
@@ -10,6 +13,7 @@
 
 namespace quillon::ui {
 
+class DropRules;
 class EntryTableModel;
 
 enum class SortDirection { original, ascending, descending };
@@ -34,6 +38,19 @@ public:
     void setSourceModel(QAbstractItemModel* source) override;
     void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
 
+    // Rows are dragged and dropped as the rules say; without rules, neither.
+    void setDropRules(DropRules* rules) noexcept { rules_ = rules; }
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
+    QStringList mimeTypes() const override;
+    QMimeData* mimeData(const QModelIndexList& indexes) const override;
+    Qt::DropActions supportedDragActions() const override;
+    Qt::DropActions supportedDropActions() const override;
+    // A drop onto a row lands above it; past the last row, at the end.
+    bool canDropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                         const QModelIndex& parent) const override;
+    bool dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                      const QModelIndex& parent) override;
+
 Q_SIGNALS:
     // After every header click, so the view can set the indicators again.
     void sortStateChanged();
@@ -47,12 +64,14 @@ private:
     qint64 timeKey(const void* key, const QModelIndex& source) const;
     void forgetRows(const QModelIndex& parent, int first, int last);
     void forgetAll();
+    std::optional<model::Entry> entryAtDrop(int row, const QModelIndex& parent) const;
 
     std::optional<int> sortColumn_;
     SortDirection direction_ = SortDirection::original;
     QCollator collator_;
     // The source when it is an entry table: its rows name their elements.
     const EntryTableModel* entries_ = nullptr;
+    DropRules* rules_ = nullptr;
     mutable std::unordered_map<const void*, QCollatorSortKey> textKeys_;
     mutable std::unordered_map<const void*, qint64> timeKeys_;
     // The column the text keys were made for.

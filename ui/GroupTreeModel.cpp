@@ -2,9 +2,11 @@
 
 #include "model/Nodes.h"
 #include "model/RecycleBin.h"
+#include "ui/DropRules.h"
 
 #include <QApplication>
 #include <QIcon>
+#include <QMimeData>
 #include <QStyle>
 
 namespace quillon::ui {
@@ -149,7 +151,49 @@ Qt::ItemFlags GroupTreeModel::flags(const QModelIndex& index) const
 {
     if (!index.isValid())
         return Qt::NoItemFlags;
-    return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsEditable;
+    auto flags = Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsEditable;
+    if (rules_) {
+        // The top group never moves.
+        flags |= Qt::ItemIsDropEnabled;
+        if (index.parent().isValid())
+            flags |= Qt::ItemIsDragEnabled;
+    }
+    return flags;
+}
+
+QStringList GroupTreeModel::mimeTypes() const
+{
+    return {entryRowType, groupType};
+}
+
+QMimeData* GroupTreeModel::mimeData(const QModelIndexList& indexes) const
+{
+    const auto group = indexes.isEmpty() ? std::nullopt : groupAt(indexes.front());
+    return rules_ && group ? rules_->dragGroup(*group) : nullptr;
+}
+
+Qt::DropActions GroupTreeModel::supportedDragActions() const
+{
+    return Qt::MoveAction;
+}
+
+Qt::DropActions GroupTreeModel::supportedDropActions() const
+{
+    return Qt::MoveAction;
+}
+
+bool GroupTreeModel::canDropMimeData(const QMimeData* data, Qt::DropAction action, int row, int,
+                                     const QModelIndex& parent) const
+{
+    return rules_ && action == Qt::MoveAction &&
+           rules_->canDropOnGroup(data, groupAt(parent), groupAt(index(row, 0, parent)));
+}
+
+bool GroupTreeModel::dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int,
+                                  const QModelIndex& parent)
+{
+    return rules_ && action == Qt::MoveAction &&
+           rules_->dropOnGroup(data, groupAt(parent), groupAt(index(row, 0, parent)));
 }
 
 std::optional<model::Group> GroupTreeModel::groupAt(const QModelIndex& index) const

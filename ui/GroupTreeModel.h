@@ -11,6 +11,8 @@
 
 namespace quillon::ui {
 
+class DropRules;
+
 // One column. The top group is the single top-level row; each row below is a Group element, found again
 // from its handle, so nothing of the tree is copied. The session's signals become the matching begin/end
 // calls; only a replaced or dropped document resets the model.
@@ -28,6 +30,18 @@ public:
     // Renames the group through the session, so the rename is one command that undo takes back.
     bool setData(const QModelIndex& index, const QVariant& value, int role = Qt::EditRole) override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
+
+    // Groups are dragged, and groups and entry rows dropped, as the rules say; without rules, neither.
+    void setDropRules(DropRules* rules) noexcept { rules_ = rules; }
+    QStringList mimeTypes() const override;
+    QMimeData* mimeData(const QModelIndexList& indexes) const override;
+    Qt::DropActions supportedDragActions() const override;
+    Qt::DropActions supportedDropActions() const override;
+    // A drop lands on the parent given, ahead of the child at `row` when there is one.
+    bool canDropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                         const QModelIndex& parent) const override;
+    bool dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                      const QModelIndex& parent) override;
 
     // The group a row shows; none for an invalid index or while no database is open.
     std::optional<model::Group> groupAt(const QModelIndex& index) const;
@@ -54,6 +68,7 @@ private:
     enum class Pending { none, insert, remove, move };
 
     state::DatabaseSession& session_;
+    DropRules* rules_ = nullptr;
     // Which begin call awaits its end: the session announces each change before making it.
     Pending pending_ = Pending::none;
     // The bin is looked up again only after the document changed.

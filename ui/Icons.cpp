@@ -28,6 +28,16 @@ QIcon lock()
     return themed("system-lock-screen", ":/icons/lock.svg");
 }
 
+QIcon newEntry()
+{
+    return themed("document-new", ":/icons/new-entry.svg");
+}
+
+QIcon newGroup()
+{
+    return themed("folder-new", ":/icons/new-group.svg");
+}
+
 QIcon removeKeyFile()
 {
     return themed("edit-clear", ":/icons/remove.svg");

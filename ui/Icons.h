@@ -6,6 +6,8 @@
 namespace quillon::ui::icons {
 
 QIcon lock();
+QIcon newEntry();
+QIcon newGroup();
 QIcon removeKeyFile();
 QIcon keyFile();
 QIcon application();

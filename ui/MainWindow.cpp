@@ -1,10 +1,14 @@
 #include "ui/MainWindow.h"
 
+#include "ui/ActionTexts.h"
 #include "ui/Icons.h"
 #include "ui/MenuBar.h"
 #include "ui/VaultWindow.h"
 
+#include <QAction>
 #include <QCloseEvent>
+#include <QHBoxLayout>
+#include <QLineEdit>
 #include <QPointer>
 #include <QMenuBar>
 #include <QStatusBar>
@@ -13,23 +17,45 @@
 #include <QToolBar>
 
 namespace quillon::ui {
+namespace {
+
+// What the unlocked page carries out: offered only while the front tab has its page.
+constexpr Command pageCommands[] = {Command::focusSearch,  Command::addEntry,     Command::addGroup,
+                                    Command::copyPassword, Command::copyUsername, Command::openURL};
+
+} // namespace
 
 MainWindow::MainWindow(const MenuHandlers& handlers, QWidget* parent) : QMainWindow(parent)
 {
     setWindowIcon(icons::application());
     menu_ = new MenuBar(menuBar(), handlers);
 
-    auto* toolbar = addToolBar(QStringLiteral("Toolbar"));
+    auto* toolbar = addToolBar(actionText::toolbar);
     toolbar->setObjectName(QStringLiteral("toolbar"));
     toolbar->setMovable(false);
     toolbar->setToolButtonStyle(Qt::ToolButtonIconOnly);
-    lock_ = toolbar->addAction(icons::lock(), QStringLiteral("Lock Database"));
-    lock_->setObjectName(QStringLiteral("vault.lock"));
-    lock_->setToolTip(QStringLiteral("Lock Database"));
-    connect(lock_, &QAction::triggered, this, [this] {
-        if (auto* vault = currentVault())
-            vault->perform(Command::lockDatabase);
-    });
+    const auto item = [this, toolbar](const QIcon& icon, const QString& text, const char* name, Command command) {
+        QAction* action = toolbar->addAction(icon, text);
+        action->setObjectName(QString::fromLatin1(name));
+        connect(action, &QAction::triggered, this, [this, command] {
+            if (auto* vault = currentVault())
+                vault->perform(command);
+        });
+        return action;
+    };
+    lock_ = item(icons::lock(), actionText::lock, "vault.lock", Command::lockDatabase);
+    lock_->setToolTip(actionText::lockTip);
+    newEntry_ = item(icons::newEntry(), actionText::newEntry, "vault.newEntry", Command::addEntry);
+    newGroup_ = item(icons::newGroup(), actionText::newGroup, "vault.newGroup", Command::addGroup);
+    auto* spacer = new QWidget(toolbar);
+    spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    toolbar->addWidget(spacer);
+    searchSlot_ = new QWidget(toolbar);
+    auto* slotLayout = new QHBoxLayout(searchSlot_);
+    slotLayout->setContentsMargins(0, 0, 4, 0);
+    searchItem_ = toolbar->addWidget(searchSlot_);
+    searchItem_->setObjectName(QStringLiteral("vault.search"));
+    searchItem_->setVisible(false);
 
     tabs_ = new QTabWidget(this);
     tabs_->setDocumentMode(true);
@@ -105,7 +131,11 @@ void MainWindow::refresh()
     if (!vault) {
         setWindowTitle(QStringLiteral("Quillon"));
         statusBar()->clearMessage();
-        lock_->setEnabled(false);
+        for (QAction* action : {lock_, newEntry_, newGroup_})
+            action->setEnabled(false);
+        for (const Command command : pageCommands)
+            menu_->action(command)->setEnabled(false);
+        placeSearchField(nullptr);
         return;
     }
     setWindowTitle(vault->title() + QStringLiteral("[*]"));
@@ -114,7 +144,34 @@ void MainWindow::refresh()
     else
         statusBar()->showMessage(vault->subtitle());
     setWindowModified(vault->session().isDirty());
-    lock_->setEnabled(vault->session().isOpen() && !vault->session().isLocked());
+    const bool unlocked = vault->session().isOpen() && !vault->session().isLocked();
+    for (QAction* action : {lock_, newEntry_, newGroup_})
+        action->setEnabled(unlocked);
+    for (const Command command : pageCommands)
+        menu_->action(command)->setEnabled(vault->hasHandler(command));
+    placeSearchField(unlocked ? vault->searchField() : nullptr);
+}
+
+void MainWindow::placeSearchField(QLineEdit* field)
+{
+    searchItem_->setVisible(field != nullptr);
+    if (field == placed_)
+        return;
+    if (placed_) {
+        placed_->hide();
+        if (placedHome_)
+            placed_->setParent(placedHome_);
+        else
+            delete placed_.data();
+    }
+    placed_ = field;
+    placedHome_ = field ? field->parentWidget() : nullptr;
+    if (field) {
+        searchSlot_->layout()->addWidget(field);
+        field->setMinimumWidth(180);
+        field->setMaximumWidth(280);
+        field->show();
+    }
 }
 
 void MainWindow::changeEvent(QEvent* event)

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QLineEdit>
+#include <QPointer>
 
 #include <vector>
 
@@ -23,6 +25,11 @@ public:
     QTabWidget* tabs() const noexcept { return tabs_; }
     MenuBar* menu() const noexcept { return menu_; }
     QAction* lockAction() const noexcept { return lock_; }
+    QAction* newEntryAction() const noexcept { return newEntry_; }
+    QAction* newGroupAction() const noexcept { return newGroup_; }
+    // The toolbar item that holds the front tab's search field; hidden while that tab is not unlocked.
+    QAction* searchItem() const noexcept { return searchItem_; }
+    QLineEdit* placedSearchField() const { return placed_; }
     VaultWindow* currentVault() const;
     std::vector<VaultWindow*> vaults() const;
 
@@ -43,11 +50,20 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
+    // Shows the field in the toolbar; the one shown before goes back, hidden, to the view that owns it.
+    void placeSearchField(QLineEdit* field);
+
     QTabWidget* tabs_;
     MenuBar* menu_;
     QAction* lock_;
     // Every tab agreed to close: the next close event goes through without asking again.
     bool closingAgreed_ = false;
+    QAction* newEntry_;
+    QAction* newGroup_;
+    QWidget* searchSlot_;
+    QAction* searchItem_;
+    QPointer<QLineEdit> placed_;
+    QPointer<QWidget> placedHome_;
 };
 
 } // namespace quillon::ui

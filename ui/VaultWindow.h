@@ -5,6 +5,7 @@
 #include "ui/MenuTable.h"
 
 #include <QHash>
+#include <QLineEdit>
 #include <QPointer>
 #include <QStackedWidget>
 
@@ -69,6 +70,10 @@ public:
     SaveFlow& saveFlow() const noexcept { return *saveFlow_; }
     DeleteFlow& deleteFlow() const noexcept { return *deleteFlow_; }
     void setRecent(const QStringList& paths);
+    // The unlocked page's search field, which the top-level window shows in its toolbar while this tab is in
+    // front; none while locked.
+    QLineEdit* searchField() const { return searchField_; }
+    void setSearchField(QLineEdit* field) { searchField_ = field; }
 
     // The menu's commands that act on one database.
     void perform(Command command);
@@ -111,6 +116,7 @@ private:
     StartScreen* start_;
     UnlockView* unlock_;
     QWidget* unlocked_ = nullptr;
+    QPointer<QLineEdit> searchField_;
     struct Handler {
         QPointer<QObject> owner;
         std::function<void()> run;

@@ -8,7 +8,10 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QTabWidget>
+#include <QTextDocument>
+#include <QTextEdit>
 
 #include <algorithm>
 
@@ -296,6 +299,24 @@ bool sendToFocus(const char* method)
            QMetaObject::invokeMethod(focus, method);
 }
 
+// Undo and Redo stay with a text field only while it has typing of its own to take back; otherwise they act on
+// the database, even with a field in focus.
+bool fieldHasHistory(Command command)
+{
+    QWidget* focus = QApplication::focusWidget();
+    const bool undo = command == Command::undo;
+    if (const auto* line = qobject_cast<QLineEdit*>(focus))
+        return undo ? line->isUndoAvailable() : line->isRedoAvailable();
+    const QTextDocument* text = nullptr;
+    if (const auto* edit = qobject_cast<QTextEdit*>(focus))
+        text = edit->document();
+    else if (const auto* plain = qobject_cast<QPlainTextEdit*>(focus))
+        text = plain->document();
+    if (text)
+        return undo ? text->isUndoAvailable() : text->isRedoAvailable();
+    return true;
+}
+
 } // namespace
 
 void Windows::perform(Command command)
@@ -334,7 +355,7 @@ void Windows::perform(Command command)
     case Command::undo:
     case Command::redo:
         // A field being typed in undoes its own typing first.
-        if (!sendToFocus(commandName(command)) && vault)
+        if (!(fieldHasHistory(command) && sendToFocus(commandName(command))) && vault)
             vault->perform(command);
         return;
     case Command::cut:
