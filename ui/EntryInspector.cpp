@@ -148,6 +148,7 @@ void EntryInspector::build()
 
     auto* column = new QVBoxLayout(editor_);
     auto* form = new QFormLayout;
+    form_ = form;
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
     form->setLabelAlignment(Qt::AlignRight | Qt::AlignVCenter);
     column->addLayout(form);
@@ -334,12 +335,24 @@ bool EntryInspector::isShowingVersion() const
 
 void EntryInspector::setOneTimePanel(QWidget* panel)
 {
-    placeExtra(oneTimePanel_, panel, 0);
+    // A row of its own under the password and its generator, named like the others.
+    if (oneTimePanel_)
+        form_->removeRow(oneTimePanel_);
+    oneTimePanel_ = panel;
+    if (panel) {
+        int row = 0;
+        QFormLayout::ItemRole role{};
+        form_->getWidgetPosition(extras_->parentWidget(), &row, &role); // under the generator
+        auto* label = new QLabel(inspectorText::oneTimePassword, editor_);
+        label->setBuddy(panel);
+        form_->insertRow(row + 1, label, panel);
+    }
+    relinkTabOrder();
 }
 
 void EntryInspector::setGeneratorBox(QWidget* box)
 {
-    placeExtra(generatorBox_, box, oneTimePanel_ ? 1 : 0);
+    placeExtra(generatorBox_, box, 0);
 }
 
 void EntryInspector::placeExtra(QWidget*& slot, QWidget* widget, int index)
@@ -353,7 +366,7 @@ void EntryInspector::placeExtra(QWidget*& slot, QWidget* widget, int index)
         widget->setParent(extras_->parentWidget());
         extras_->insertWidget(index, widget);
     }
-    extras_->parentWidget()->setVisible(oneTimePanel_ || generatorBox_);
+    extras_->parentWidget()->setVisible(generatorBox_ != nullptr);
     relinkTabOrder();
 }
 
@@ -361,7 +374,7 @@ void EntryInspector::relinkTabOrder()
 {
     QList<QWidget*> order{title_, history_, username_, usernameCopy_, password_->edit(), password_->revealButton(),
                           password_->copyButton()};
-    order << focusablesOf(oneTimePanel_) << focusablesOf(generatorBox_);
+    order << focusablesOf(generatorBox_) << focusablesOf(oneTimePanel_);
     order << url_ << openUrlButton_ << notes_ << custom_->focusOrder() << expires_ << picker_
           << attachments_->focusOrder();
     for (qsizetype i = 1; i < order.size(); ++i)

@@ -18,6 +18,7 @@ class QLineEdit;
 class QPlainTextEdit;
 class QStackedWidget;
 class QToolButton;
+class QFormLayout;
 class QVBoxLayout;
 
 namespace quillon::ui {
@@ -106,6 +107,7 @@ private:
     QLineEdit* username_ = nullptr;
     QToolButton* usernameCopy_ = nullptr;
     SecretField* password_ = nullptr;
+    QFormLayout* form_ = nullptr;
     QVBoxLayout* extras_ = nullptr;
     QWidget* oneTimePanel_ = nullptr;
     QWidget* generatorBox_ = nullptr;

@@ -11,6 +11,7 @@ inline const QString title = QStringLiteral("Title");
 inline const QString username = QStringLiteral("Username");
 inline const QString password = QStringLiteral("Password");
 inline const QString url = QStringLiteral("URL");
+inline const QString oneTimePassword = QStringLiteral("One-time password");
 inline const QString notes = QStringLiteral("Notes");
 inline const QString expires = QStringLiteral("Expires");
 inline const QString expiryDate = QStringLiteral("Expiry date");

@@ -266,12 +266,13 @@ TEST_F(EntryInspectorTest, revealCopyAndOpenUrl)
     // Tab walks the controls in the order they are laid out.
     inspector->titleField()->setFocus(Qt::TabFocusReason);
     QStringList walked;
-    for (int i = 0; i < 16; ++i) {
+    for (int i = 0; i < 20; ++i) {
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
         walked << QApplication::focusWidget()->accessibleName();
     }
     EXPECT_THAT(walked, ElementsAre("History", "Username", "Copy username", "Password", "Reveal password",
-                                    "Copy password", "URL", "Open URL", "Notes", "Field name", "Protect PIN",
+                                    "Copy password", "Generate Password…", "One-time password setting", "Show secret",
+                                    "Show code mode", "URL", "Open URL", "Notes", "Field name", "Protect PIN",
                                     "Remove field PIN", "Value of PIN", "Reveal PIN", "Copy PIN", "Add Field"));
 
     QList<QUrl> opened;
