@@ -1,16 +1,22 @@
 // app/screenshots_main.cpp: renders each screen of the windowed program into PNG files, for review.
 //   quillon-screenshots DIR [demo.kdbx]   (on the offscreen platform; the demo's password is "demo")
 #include "state/DatabaseSession.h"
+#include "state/CredentialsForm.h"
 #include "state/Preferences.h"
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
 #include "ui/Clipboard.h"
+#include "ui/CredentialsDialog.h"
+#include "ui/DatabasePages.h"
 #include "ui/MainWindow.h"
+#include "ui/SettingsDialog.h"
 #include "ui/Windows.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QLineEdit>
+#include <QPushButton>
 #include <QMessageBox>
 #include <QTemporaryDir>
 
@@ -116,5 +122,41 @@ int main(int argc, char** argv)
 
     windows.open(second, window);
     ok &= save(window, out, "09-two-tabs");
+
+    // The pages that set what opens a database, and the settings form.
+    session.attemptUnlock(kdbx::SecureBytes::fromText("2468"));
+    finishJobs();
+    windows.bringForward(vault);
+    ui::CredentialsDialog* page = ui::showNewDatabase(windows);
+    ok &= save(page, out, "10-new-database");
+    page->firstField()->setText(QStringLiteral("one"));
+    page->secondField()->setText(QStringLiteral("two"));
+    page->acceptButton()->click();
+    ok &= save(page, out, "11-new-database-mismatch");
+    page->reject();
+
+    page = ui::showChangePassword(*vault);
+    ok &= save(page, out, "12-change-password");
+    page->reject();
+    auto* question = ui::DialogAsker::makeQuestion(window, state::credentialsText::deleteEarlierBackups(2));
+    question->setWindowModality(Qt::NonModal);
+    question->show();
+    ok &= save(question, out, "13-delete-earlier-backups");
+    question->close();
+
+    ui::SettingsDialog* settings = ui::showDatabaseSettings(*vault);
+    ok &= save(settings, out, "14-settings");
+    settings->memoryField()->selectAll();
+    settings->memoryField()->insert(QStringLiteral("12"));
+    ok &= save(settings, out, "15-settings-low-memory");
+    settings->memoryField()->selectAll();
+    settings->memoryField()->insert(QStringLiteral("40"));
+    settings->chooseDuressButton()->click();
+    ok &= save(settings, out, "16-settings-below-recommended");
+    if (auto* duress = settings->findChild<ui::CredentialsDialog*>(QStringLiteral("duressPage"))) {
+        ok &= save(duress, out, "17-duress-password");
+        duress->reject();
+    }
+    settings->reject();
     return ok ? 0 : 1;
 }

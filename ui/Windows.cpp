@@ -2,6 +2,7 @@
 
 #include "state/Preferences.h"
 #include "ui/Asker.h"
+#include "ui/DatabasePages.h"
 #include "ui/MainWindow.h"
 
 #include <QAction>
@@ -274,6 +275,9 @@ void Windows::perform(Command command)
         return;
     case Command::openDatabase:
         chooseAndOpen(vault);
+        return;
+    case Command::newDatabase:
+        showNewDatabase(*this);
         return;
     case Command::performClose:
         if (vault)
