@@ -212,7 +212,7 @@ bool Windows::restore(const state::Session& session)
         files_.prune();
         return files_.owner(std::filesystem::path(path.toStdString())) != nullptr;
     });
-    bool opened = false;
+    VaultWindow* front = nullptr;
     for (const auto& group : plan) {
         MainWindow* window = nullptr;
         std::vector<VaultWindow*> made;
@@ -220,12 +220,16 @@ bool Windows::restore(const state::Session& session)
             VaultWindow* vault = open(path, window);
             window = qobject_cast<MainWindow*>(vault->window());
             made.push_back(vault);
-            opened = true;
         }
         if (group.bringForward && *group.bringForward < static_cast<int>(made.size()))
             bringForward(made[static_cast<std::size_t>(*group.bringForward)]);
+        if (!front && !made.empty())
+            front = frontVault();
     }
-    return opened;
+    // Groups were remembered front to back: the window that was in front at quit is in front again.
+    if (front)
+        bringForward(front);
+    return front != nullptr;
 }
 
 void Windows::refreshRecent()

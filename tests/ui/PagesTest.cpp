@@ -1,11 +1,17 @@
-// New Database, Change Password and Database Settings through their real widgets.
+// New Database, Change Password and Database Settings through their real widgets, and what the windows
+// remember between unlocks and launches.
 #include "files/Backups.h"
 #include "files/CanonicalPath.h"
 #include "state/CredentialsForm.h"
+#include "state/DatabaseMemory.h"
+#include "state/Session.h"
 #include "tests/support/Peers.h"
 #include "tests/support/TestDb.h"
 #include "tests/ui/UiTest.h"
+#include "ui/AppDelegate.h"
 #include "ui/CredentialsDialog.h"
+#include "ui/ExpandedGroups.h"
+#include "ui/GroupTreeModel.h"
 #include "ui/MainWindow.h"
 #include "ui/MenuBar.h"
 #include "ui/SettingsDialog.h"
@@ -22,6 +28,7 @@
 #include <QPushButton>
 #include <QTabWidget>
 #include <QTest>
+#include <QTreeView>
 
 using namespace quillon;
 
@@ -296,6 +303,112 @@ TEST(Pages, settingsWarnAsTypedAndApplyClampedAsOneUndoableCommand)
     EXPECT_EQ(session.nextUndo(), nullptr);
     EXPECT_FALSE(session.isDirty());
     EXPECT_EQ(rig.preferences.idleLockMinutes(), 0);
+}
+
+TEST(Pages, expandedGroupsSurviveLockUnlockAndRelaunch)
+{
+    test::UiRig rig;
+    const QString path = rig.database("vault.kdbx");
+    auto* window = rig.windows->newWindow();
+    auto* vault = unlock(rig, rig.windows->open(path, window, window->currentVault()));
+    auto& session = vault->session();
+    const auto root = session.document().topGroup().value();
+    const auto a = session.newGroup(root, "A").value();
+    const auto a1 = session.newGroup(a, "A1").value();
+    session.newGroup(a1, "A2");
+    const auto b = session.newGroup(root, "B").value();
+    session.newGroup(b, "B1");
+    session.save();
+    const auto id = [](const model::Group& group) {
+        return QString::fromUtf8(group.uuid().data(), static_cast<qsizetype>(group.uuid().size()));
+    };
+    const QString aId = id(a), a1Id = id(a1), bId = id(b);
+
+    // Found again by identity after each unlock, which decodes the file anew.
+    const auto tree = [&] { return vault->findChild<QTreeView*>(); };
+    const auto indexOf = [&](const QString& group) {
+        auto* model = static_cast<ui::GroupTreeModel*>(tree()->model());
+        std::vector<QModelIndex> pending{QModelIndex()};
+        while (!pending.empty()) {
+            const QModelIndex parent = pending.back();
+            pending.pop_back();
+            for (int row = 0; row < model->rowCount(parent); ++row) {
+                const QModelIndex child = model->index(row, 0, parent);
+                if (id(*model->groupAt(child)) == group)
+                    return child;
+                pending.push_back(child);
+            }
+        }
+        return QModelIndex();
+    };
+    const auto expanded = [&](const QString& group) { return tree()->isExpanded(indexOf(group)); };
+    state::DatabaseMemory memory(rig.preferences);
+
+    tree()->expand(indexOf(aId));
+    tree()->expand(indexOf(a1Id));
+    auto* remembering = tree()->findChild<ui::ExpandedGroups*>();
+    ASSERT_TRUE(remembering);
+    EXPECT_TRUE(remembering->isWritePending());
+    EXPECT_TRUE(memory.expandedGroups(path).isEmpty()); // held while the user is still clicking
+    QTest::qWait(ui::ExpandedGroups::pause + 200);
+    EXPECT_EQ(memory.expandedGroups(path), (QSet<QString>{aId, a1Id}));
+
+    vault->perform(ui::Command::lockDatabase);
+    unlock(rig, vault);
+    ASSERT_NE(tree(), nullptr);
+    EXPECT_TRUE(expanded(aId));
+    EXPECT_TRUE(expanded(a1Id));
+    EXPECT_FALSE(expanded(bId));
+
+    // A collapse just before the lock is written as the tree goes.
+    tree()->collapse(indexOf(a1Id));
+    tree()->expand(indexOf(bId));
+    vault->perform(ui::Command::lockDatabase);
+    EXPECT_EQ(memory.expandedGroups(path), (QSet<QString>{aId, bId}));
+
+    relaunch(rig);
+    window = rig.windows->newWindow();
+    vault = unlock(rig, rig.windows->open(path, window, window->currentVault()));
+    EXPECT_TRUE(expanded(aId));
+    EXPECT_FALSE(expanded(a1Id));
+    EXPECT_TRUE(expanded(bId));
+}
+
+TEST(Pages, windowsTabsFrontTabAndKeyFilesComeBackAtTheNextLaunch)
+{
+    test::UiRig rig;
+    const QString a = rig.database("a.kdbx"), b = rig.database("b.kdbx");
+    const auto keyPath = rig.dir / "c.key";
+    test::writeFile(keyPath, std::string_view("key bytes"));
+    auto withKey = test::passwordOnly("right");
+    withKey.keyFile = kdbx::SecureBytes::fromText("key bytes");
+    test::writeFile(rig.dir / "c.kdbx", test::tinyFile(withKey));
+    const QString c = QString::fromStdString(text(rig.dir / "c.kdbx"));
+
+    auto* first = rig.windows->newWindow();
+    rig.windows->open(a, first, first->currentVault());
+    rig.windows->open(b, first);
+    first->tabs()->setCurrentIndex(1);
+    auto* second = rig.windows->newWindow();
+    auto* vault = rig.windows->open(c, second, second->currentVault());
+    vault->session().setPendingKeyFile(keyPath);
+    unlock(rig, vault);
+    ASSERT_TRUE(vault->session().isOpen());
+    ui::AppDelegate(*rig.windows, rig.preferences, rig.clipboard).willTerminate();
+
+    relaunch(rig);
+    ui::AppDelegate delegate(*rig.windows, rig.preferences, rig.clipboard);
+    delegate.finishLaunching();
+    const auto windows = rig.windows->windows();
+    ASSERT_EQ(windows.size(), 2u);
+    // The window in front at quit is in front again, showing the database with its key file offered.
+    EXPECT_EQ(rig.windows->frontVault()->path(), c);
+    EXPECT_EQ(rig.windows->frontVault()->session().unlockScreen().keyFile, files::canonicalPath(keyPath));
+    auto* back = windows[1];
+    ASSERT_EQ(back->tabs()->count(), 2);
+    EXPECT_EQ(back->vaults()[0]->path(), a);
+    EXPECT_EQ(back->vaults()[1]->path(), b);
+    EXPECT_EQ(back->tabs()->currentIndex(), 1);
 }
 
 } // namespace
