@@ -1,11 +1,14 @@
 // app/screenshots_main.cpp: renders each screen of the windowed program into PNG files, for review.
 //   quillon-screenshots DIR [demo.kdbx]   (on the offscreen platform; the demo's password is "demo")
 #include "state/DatabaseSession.h"
+#include "state/CredentialsForm.h"
 #include "state/Preferences.h"
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
 #include "ui/BrowseView.h"
 #include "ui/Clipboard.h"
+#include "ui/CredentialsDialog.h"
+#include "ui/DatabasePages.h"
 #include "ui/DeleteFlow.h"
 #include "ui/EntryInspector.h"
 #include "ui/GeneratorBox.h"
@@ -14,6 +17,7 @@
 #include "ui/OneTimePanel.h"
 #include "ui/SaveFlow.h"
 #include "ui/SecretField.h"
+#include "ui/SettingsDialog.h"
 #include "ui/VaultTexts.h"
 #include "ui/VaultWindow.h"
 #include "ui/Windows.h"
@@ -25,6 +29,7 @@
 #include <QFormLayout>
 #include <QLineEdit>
 #include <QMenu>
+#include <QPushButton>
 #include <QMessageBox>
 #include <QPainter>
 #include <QPushButton>
@@ -263,5 +268,39 @@ int main(int argc, char** argv)
         search->setText(QStringLiteral("example"));
         ok &= save(window, out, "41-toolbar-search");
     }
+
+    // The pages that set what opens a database, and the settings form.
+    windows.bringForward(vault);
+    ui::CredentialsDialog* page = ui::showNewDatabase(windows);
+    ok &= save(page, out, "50-new-database");
+    page->firstField()->setText(QStringLiteral("one"));
+    page->secondField()->setText(QStringLiteral("two"));
+    page->acceptButton()->click();
+    ok &= save(page, out, "51-new-database-mismatch");
+    page->reject();
+
+    page = ui::showChangePassword(*vault);
+    ok &= save(page, out, "52-change-password");
+    page->reject();
+    auto* question = ui::DialogAsker::makeQuestion(window, state::credentialsText::deleteEarlierBackups(2));
+    question->setWindowModality(Qt::NonModal);
+    question->show();
+    ok &= save(question, out, "53-delete-earlier-backups");
+    question->close();
+
+    ui::SettingsDialog* settings = ui::showDatabaseSettings(*vault);
+    ok &= save(settings, out, "54-settings");
+    settings->memoryField()->selectAll();
+    settings->memoryField()->insert(QStringLiteral("12"));
+    ok &= save(settings, out, "55-settings-low-memory");
+    settings->memoryField()->selectAll();
+    settings->memoryField()->insert(QStringLiteral("40"));
+    settings->chooseDuressButton()->click();
+    ok &= save(settings, out, "56-settings-below-recommended");
+    if (auto* duress = settings->findChild<ui::CredentialsDialog*>(QStringLiteral("duressPage"))) {
+        ok &= save(duress, out, "57-duress-password");
+        duress->reject();
+    }
+    settings->reject();
     return ok ? 0 : 1;
 }

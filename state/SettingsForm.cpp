@@ -116,7 +116,11 @@ model::DatabaseSettings SettingsForm::databaseSettings() const
 bool SettingsForm::apply(kdbx::OuterHeader& header, model::Document& document, Preferences& preferences)
 {
     databaseSettings().applyTo(header, document);
+    return applyPreferences(preferences);
+}
 
+bool SettingsForm::applyPreferences(Preferences& preferences)
+{
     preferences.setIdleLockMinutes(static_cast<int>(autoLockRange.valueOf(parseDecimal(autoLock))));
     preferences.setReopenLastDatabase(reopenLast);
 

@@ -36,6 +36,7 @@ inline const QString duressNotSet = QStringLiteral("Not set");
 inline const QString duressSetOnApply = QStringLiteral("Set on Apply");
 inline const QString duressRemovedOnApply = QStringLiteral("Removed on Apply");
 inline const QString duressMismatch = QStringLiteral("The two didn't match. Nothing was changed.");
+inline const QString duressNotWritten = QStringLiteral("The duress password could not be stored.");
 QString belowRecommended(); // "Below the recommended 64 MB."
 } // namespace settingsText
 
@@ -81,6 +82,9 @@ public:
     // are written at once. False when a duress change could not be written: the stored record is then
     // as it was.
     bool apply(kdbx::OuterHeader& header, model::Document& document, Preferences& preferences);
+    // The preferences alone (auto-lock, reopen, the duress change), for a window that changes the database
+    // part through an undoable command of its own.
+    bool applyPreferences(Preferences& preferences);
 
 private:
     enum class DuressChange : std::uint8_t { none, set, remove };

@@ -4,6 +4,7 @@
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
 #include "ui/Icons.h"
+#include "ui/TypedSecret.h"
 
 #include <QAction>
 #include <QFileInfo>
@@ -18,27 +19,6 @@
 #include <QVariantAnimation>
 
 namespace quillon::ui {
-namespace {
-
-// Empties the field and its undo history, which holds every character typed; clear() would keep it.
-void emptyField(QLineEdit* field)
-{
-    field->setText(QString());
-}
-
-// The field's text as bytes; the field is emptied at once and the text's last copy overwritten.
-kdbx::SecureBytes takeTyped(QLineEdit* field)
-{
-    QString text = field->text();
-    emptyField(field);
-    QByteArray utf8 = text.toUtf8();
-    auto bytes = kdbx::SecureBytes::fromText(std::string_view(utf8.constData(), static_cast<std::size_t>(utf8.size())));
-    kdbx::secureWipe(utf8.data(), static_cast<std::size_t>(utf8.size()));
-    text.fill(QChar(u'\0'));
-    return bytes;
-}
-
-} // namespace
 
 UnlockView::UnlockView(state::DatabaseSession& session, Asker& asker, QWidget* parent)
     : QWidget(parent), session_(session), asker_(asker)

@@ -2,6 +2,7 @@
 
 #include "state/Preferences.h"
 #include "ui/Asker.h"
+#include "ui/DatabasePages.h"
 #include "ui/MainWindow.h"
 
 #include <QAction>
@@ -258,7 +259,7 @@ bool Windows::restore(const state::Session& session)
         files_.prune();
         return files_.owner(std::filesystem::path(path.toStdString())) != nullptr;
     });
-    bool opened = false;
+    VaultWindow* front = nullptr;
     for (const auto& group : plan) {
         MainWindow* window = nullptr;
         std::vector<VaultWindow*> made;
@@ -266,12 +267,16 @@ bool Windows::restore(const state::Session& session)
             VaultWindow* vault = open(path, window);
             window = qobject_cast<MainWindow*>(vault->window());
             made.push_back(vault);
-            opened = true;
         }
         if (group.bringForward && *group.bringForward < static_cast<int>(made.size()))
             bringForward(made[static_cast<std::size_t>(*group.bringForward)]);
+        if (!front && !made.empty())
+            front = frontVault();
     }
-    return opened;
+    // Groups were remembered front to back: the window that was in front at quit is in front again.
+    if (front)
+        bringForward(front);
+    return front != nullptr;
 }
 
 void Windows::refreshRecent()
@@ -339,6 +344,9 @@ void Windows::perform(Command command)
         return;
     case Command::openDatabase:
         chooseAndOpen(vault);
+        return;
+    case Command::newDatabase:
+        showNewDatabase(*this);
         return;
     case Command::performClose:
         if (vault)
