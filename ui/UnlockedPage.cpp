@@ -51,33 +51,32 @@ QWidget* generatorRow(VaultWindow& vault, EntryInspector& inspector, GeneratorBo
 QWidget* makeUnlockedPage(VaultWindow& vault)
 {
     auto* view = new BrowseView(vault.session(), &vault);
-
-                     [&vault](const QString& what) { vault.showSubtitle(inspectorText::copied(what)); });
-        const auto entry = view->selectedEntry();
-        generator->setEntry(entry);
-        inspector->setEntry(entry);
-        inspector->titleField()->selectAll();
-        inspector->titleField()->setFocus(Qt::OtherFocusReason);
-        oneTime->setEntry(entry);
-    // A new entry is named first.
-    GeneratorBox* generator = nullptr;
-    QObject::connect(actions, &VaultActions::entryAdded, inspector, [inspector] {
-    QObject::connect(oneTime, &OneTimePanel::copied, &vault,
-    QObject::connect(view, &BrowseView::selectedEntryChanged, inspector, follow);
     auto* actions = new VaultActions(vault, *view);
     new ExpandedGroups(*view->groupTree(), view->groupModel(), vault.session(), vault.context().preferences);
     takeOnDatabasePages(vault, view);
     auto* inspector = new EntryInspector(vault);
-    auto* oneTime = new OneTimePanel(vault.session(), vault.context().clipboard);
-    const auto follow = [view, inspector, oneTime, generator] {
-    follow();
-    inspector->setGeneratorBox(generatorRow(vault, *inspector, generator));
-    inspector->setOneTimePanel(oneTime);
-    new ExpandedGroups(*view->groupTree(), view->groupModel(), vault.session(), vault.context().preferences);
-    takeOnDatabasePages(vault, view);
     view->addDetailPane(inspector);
-    });
+
+    auto* oneTime = new OneTimePanel(vault.session(), vault.context().clipboard);
+    inspector->setOneTimePanel(oneTime);
+    QObject::connect(oneTime, &OneTimePanel::copied, &vault,
+                     [&vault](const QString& what) { vault.showSubtitle(inspectorText::copied(what)); });
+    GeneratorBox* generator = nullptr;
+    inspector->setGeneratorBox(generatorRow(vault, *inspector, generator));
+
+    const auto follow = [view, inspector, oneTime, generator] {
+        const auto entry = view->selectedEntry();
+        inspector->setEntry(entry);
+        oneTime->setEntry(entry);
+        generator->setEntry(entry);
     };
+    QObject::connect(view, &BrowseView::selectedEntryChanged, inspector, follow);
+    follow();
+    // A new entry is named first.
+    QObject::connect(actions, &VaultActions::entryAdded, inspector, [inspector] {
+        inspector->titleField()->setFocus(Qt::OtherFocusReason);
+        inspector->titleField()->selectAll();
+    });
     return view;
 }
 
