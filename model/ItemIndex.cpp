@@ -43,6 +43,8 @@ bool hasElementChild(pugi::xml_node node) noexcept
 std::uint64_t subtreeDigest(pugi::xml_node top)
 {
     std::uint64_t h = 0x51ed27;
+    if (!hasElementChild(top) && !top.first_attribute())
+        return combine(combine(h, hashText(top.name())), hashText(top.text().get()));
     std::vector<pugi::xml_node> stack{top};
     while (!stack.empty()) {
         const auto node = stack.back();
@@ -115,10 +117,18 @@ ItemIndex::ItemIndex(const DocumentSide& side)
     while (!stack.empty()) {
         const auto node = stack.back();
         stack.pop_back();
-        std::string uuid(nodes::childText(node, "UUID"));
         const bool isGroup = nodes::isNamed(node, "Group");
-        ItemRecord record{node, parentUuid(node), isGroup ? groupDigest(node) : entryDigest(node),
-                          nodes::childTime(node, "LastModificationTime"), nodes::childTime(node, "LocationChanged")};
+        Scan scan;
+        if (isGroup) {
+            scan.uuid = nodes::childText(node, "UUID");
+            scan.digest = groupDigest(node);
+            scan.modified = nodes::childTime(node, "LastModificationTime");
+            scan.locationChanged = nodes::childTime(node, "LocationChanged");
+        } else {
+            scan = scanEntry(node);
+        }
+        std::string uuid(scan.uuid);
+        ItemRecord record{node, parentUuid(node), scan.digest, scan.modified, scan.locationChanged};
         if (isGroup) {
             if (groups.try_emplace(uuid, std::move(record)).second)
                 groupOrder.push_back(uuid);
@@ -158,33 +168,61 @@ std::uint64_t ItemIndex::attachmentDigest(pugi::xml_node binary) const
 
 std::uint64_t ItemIndex::entryDigest(pugi::xml_node entry) const
 {
+    return scanEntry(entry).digest;
+}
+
+// One walk over the entry's children gives its digest and times; the index is built from 50,000 of these.
+ItemIndex::Scan ItemIndex::scanEntry(pugi::xml_node entry) const
+{
+    Scan scan;
     std::uint64_t ordered = 0xe7;
     std::uint64_t unordered = 0;
-    for (const auto c : entry.children()) {
-        if (c.type() != pugi::node_element || isOneOf(c, {"UUID", "Times", "History", "PreviousParentGroup"}))
+    std::uint64_t expiry = 7;
+    for (auto c = entry.first_child(); c; c = c.next_sibling()) {
+        if (c.type() != pugi::node_element)
             continue;
-        if (nodes::isNamed(c, "String")) {
-            const auto value = c.child("Value");
-            const bool isProtected = std::strcmp(value.attribute("Protected").value(), "True") == 0;
-            unordered += combine(combine(hashText(nodes::childText(c, "Key")), hashText(value.text().get())),
-                                 isProtected ? 2 : 3);
-        } else if (nodes::isNamed(c, "Binary")) {
+        const char* name = c.name();
+        if (std::strcmp(name, "String") == 0) {
+            const auto key = c.first_child();
+            const auto value = key.next_sibling();
+            // Key then Value is how every program writes a field; anything else is looked up by name.
+            const bool inOrder = nodes::isNamed(key, "Key") && nodes::isNamed(value, "Value");
+            const auto k = inOrder ? key : c.child("Key");
+            const auto v = inOrder ? value : c.child("Value");
+            const bool isProtected = std::strcmp(v.attribute("Protected").value(), "True") == 0;
+            unordered += combine(combine(hashText(k.text().get()), hashText(v.text().get())), isProtected ? 2 : 3);
+        } else if (std::strcmp(name, "Times") == 0) {
+            bool expires = false;
+            std::optional<Time> expiryTime;
+            for (auto t = c.first_child(); t; t = t.next_sibling()) {
+                const char* timeName = t.name();
+                if (std::strcmp(timeName, "LastModificationTime") == 0)
+                    scan.modified = readTime(t.text().get());
+                else if (std::strcmp(timeName, "LocationChanged") == 0)
+                    scan.locationChanged = readTime(t.text().get());
+                else if (std::strcmp(timeName, "Expires") == 0)
+                    expires = readLooseBool(t.text().get()).value_or(false);
+                else if (std::strcmp(timeName, "ExpiryTime") == 0)
+                    expiryTime = readTime(t.text().get());
+            }
+            if (expires && expiryTime)
+                expiry = static_cast<std::uint64_t>(expiryTime->time_since_epoch().count());
+        } else if (std::strcmp(name, "UUID") == 0) {
+            scan.uuid = c.text().get();
+        } else if (std::strcmp(name, "Binary") == 0) {
             unordered += combine(combine(hashText(nodes::childText(c, "Key")), attachmentDigest(c)), 5);
-        } else {
+        } else if (std::strcmp(name, "History") != 0 && std::strcmp(name, "PreviousParentGroup") != 0) {
             ordered = combine(ordered, subtreeDigest(c));
         }
     }
-    std::uint64_t expiry = 7;
-    if (readLooseBool(nodes::childText(entry.child("Times"), "Expires")).value_or(false))
-        if (const auto when = nodes::childTime(entry, "ExpiryTime"))
-            expiry = static_cast<std::uint64_t>(when->time_since_epoch().count());
-    return combine(combine(ordered, unordered), expiry);
+    scan.digest = combine(combine(ordered, unordered), expiry);
+    return scan;
 }
 
 VersionKey versionKey(const ItemIndex& index, pugi::xml_node entry)
 {
-    const auto modified = nodes::childTime(entry, "LastModificationTime");
-    return {modified ? modified->time_since_epoch().count() : 0, index.entryDigest(entry)};
+    const auto scan = index.scanEntry(entry);
+    return {scan.modified ? scan.modified->time_since_epoch().count() : 0, scan.digest};
 }
 
 } // namespace quillon::model

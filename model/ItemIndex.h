@@ -54,6 +54,15 @@ public:
     // A digest of an attachment's content: its size and bytes; 0 when the reference does not resolve.
     std::uint64_t attachmentDigest(pugi::xml_node binary) const;
 
+    // The digest, UUID and times of an entry element, in one walk.
+    struct Scan {
+        std::string_view uuid;
+        std::uint64_t digest = 0;
+        std::optional<Time> modified;
+        std::optional<Time> locationChanged;
+    };
+    Scan scanEntry(pugi::xml_node entry) const;
+
 private:
     std::vector<std::uint64_t> pool_;
 };

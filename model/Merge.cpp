@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <future>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
@@ -111,14 +112,20 @@ public:
     Merger(Document& mine, std::vector<kdbx::InnerBinary>* pool, const DocumentSide& theirs,
            const DocumentSide* ancestor)
         : doc_(mine), theirDoc_(theirs.document), ancestorDoc_(ancestor ? &ancestor->document : nullptr), pool_(pool),
-          theirPool_(theirs.binaries), im_(DocumentSide{mine, pool}), it_(theirs)
+          theirPool_(theirs.binaries)
     {
-        if (ancestor)
-            ia_.emplace(*ancestor);
+        // The walks of the three trees are independent and take most of the time: two run on other threads.
+        auto theirIndex = std::async(std::launch::async, [&theirs] { return ItemIndex(theirs); });
+        auto ancestorIndex = std::async(std::launch::async, [ancestor] {
+            return ancestor ? std::optional<ItemIndex>(std::in_place, *ancestor) : std::nullopt;
+        });
+        im_.emplace(DocumentSide{mine, pool});
+        it_.emplace(theirIndex.get());
+        ia_ = ancestorIndex.get();
         // Two databases made apart still share their top group and their bin.
-        alias(it_.topGroup, im_.topGroup);
-        alias(it_.bin, im_.bin);
-        for (const auto& [uuid, record] : im_.groups)
+        alias(it_->topGroup, im_->topGroup);
+        alias(it_->bin, im_->bin);
+        for (const auto& [uuid, record] : im_->groups)
             groupNodes_.emplace(uuid, record.element);
     }
 
@@ -176,14 +183,14 @@ private:
     // --- Groups --------------------------------------------------------------------------------------------
     void decideGroups()
     {
-        for (const auto& uuid : im_.groupOrder) {
-            if (uuid.empty() || uuid == im_.topGroup || uuid == im_.bin || it_.groups.contains(theirId(uuid)))
+        for (const auto& uuid : im_->groupOrder) {
+            if (uuid.empty() || uuid == im_->topGroup || uuid == im_->bin || it_->groups.contains(theirId(uuid)))
                 continue;
-            const auto& record = im_.groups.at(uuid);
-            const auto fate = fateOfOneSided(record, ancestorGroup(uuid), deletionOf(it_, uuid));
+            const auto& record = im_->groups.at(uuid);
+            const auto fate = fateOfOneSided(record, ancestorGroup(uuid), deletionOf(*it_, uuid));
             if (fate == Fate::deleted) {
                 dying_.insert(uuid);
-                if (!deletionOf(it_, uuid))
+                if (!deletionOf(*it_, uuid))
                     newRecords_.push_back(uuid);
                 ++summary_.groupsDeleted;
                 note(MergeEvent::groupDeleted, uuid, std::string(nodes::childText(record.element, "Name")));
@@ -191,14 +198,14 @@ private:
                 note(MergeEvent::groupKept, uuid, std::string(nodes::childText(record.element, "Name")));
             }
         }
-        for (const auto& t : it_.groupOrder) {
+        for (const auto& t : it_->groupOrder) {
             const auto uuid = ourId(t);
-            if (uuid.empty() || im_.groups.contains(uuid))
+            if (uuid.empty() || im_->groups.contains(uuid))
                 continue;
-            const auto& record = it_.groups.at(t);
-            const auto fate = fateOfOneSided(record, ancestorGroup(uuid), deletionOf(im_, uuid));
+            const auto& record = it_->groups.at(t);
+            const auto fate = fateOfOneSided(record, ancestorGroup(uuid), deletionOf(*im_, uuid));
             if (fate == Fate::deleted) {
-                if (!deletionOf(im_, uuid))
+                if (!deletionOf(*im_, uuid))
                     newRecords_.push_back(uuid);
                 continue;
             }
@@ -211,17 +218,17 @@ private:
 
     bool survives(const std::string& group) const
     {
-        return (im_.groups.contains(group) && !dying_.contains(group)) || created_.contains(group);
+        return (im_->groups.contains(group) && !dying_.contains(group)) || created_.contains(group);
     }
 
     Group bin()
     {
         if (!bin_) {
-            if (!im_.bin.empty()) {
-                bin_ = groupNodes_.at(im_.bin);
-            } else if (const auto theirBin = groupNodes_.find(it_.bin); !it_.bin.empty() && theirBin != groupNodes_.end()) {
+            if (!im_->bin.empty()) {
+                bin_ = groupNodes_.at(im_->bin);
+            } else if (const auto theirBin = groupNodes_.find(it_->bin); !it_->bin.empty() && theirBin != groupNodes_.end()) {
                 bin_ = theirBin->second;
-                doc_.setMetaText("RecycleBinUUID", it_.bin);
+                doc_.setMetaText("RecycleBinUUID", it_->bin);
             } else {
                 const auto made = findOrMakeBin(doc_);
                 QUILLON_CHECK(made.has_value());
@@ -246,14 +253,14 @@ private:
 
     pugi::xml_node topNode() const
     {
-        const auto it = groupNodes_.find(im_.topGroup);
+        const auto it = groupNodes_.find(im_->topGroup);
         return it == groupNodes_.end() ? doc_.root() : it->second;
     }
 
     void createTheirGroups()
     {
         for (const auto& t : theirOnlyGroups_) {
-            const auto& record = it_.groups.at(t);
+            const auto& record = it_->groups.at(t);
             const auto uuid = ourId(t);
             bool intoBin = false;
             auto parent = target(ourId(record.parent), intoBin);
@@ -298,11 +305,11 @@ private:
 
     void placeAndUpdateOurGroups()
     {
-        for (const auto& uuid : im_.groupOrder) {
-            if (dying_.contains(uuid) || uuid == im_.topGroup)
+        for (const auto& uuid : im_->groupOrder) {
+            if (dying_.contains(uuid) || uuid == im_->topGroup)
                 continue;
-            const auto& m = im_.groups.at(uuid);
-            const auto* t = find(it_.groups, theirId(uuid));
+            const auto& m = im_->groups.at(uuid);
+            const auto* t = find(it_->groups, theirId(uuid));
             const auto* a = ancestorGroup(uuid);
             const auto name = std::string(nodes::childText(m.element, "Name"));
             bool intoBin = false;
@@ -383,17 +390,17 @@ private:
     // --- Entries -------------------------------------------------------------------------------------------
     void mergeEntries()
     {
-        for (const auto& uuid : im_.entryOrder) {
+        for (const auto& uuid : im_->entryOrder) {
             if (uuid.empty())
                 continue;
-            const auto& m = im_.entries.at(uuid);
-            const auto* t = find(it_.entries, uuid);
+            const auto& m = im_->entries.at(uuid);
+            const auto* t = find(it_->entries, uuid);
             const auto* a = ancestorEntry(uuid);
             if (!t) {
-                const auto fate = fateOfOneSided(m, a, deletionOf(it_, uuid));
+                const auto fate = fateOfOneSided(m, a, deletionOf(*it_, uuid));
                 if (fate == Fate::deleted) {
                     dyingEntries_.push_back(m.element);
-                    if (!deletionOf(it_, uuid))
+                    if (!deletionOf(*it_, uuid))
                         newRecords_.push_back(uuid);
                     ++summary_.entriesDeleted;
                     note(MergeEvent::entryDeleted, uuid, titleOf(m.element));
@@ -413,13 +420,13 @@ private:
             if (t)
                 mergeEntryContent(uuid, m, *t, a);
         }
-        for (const auto& uuid : it_.entryOrder) {
-            if (uuid.empty() || im_.entries.contains(uuid))
+        for (const auto& uuid : it_->entryOrder) {
+            if (uuid.empty() || im_->entries.contains(uuid))
                 continue;
-            const auto& t = it_.entries.at(uuid);
-            const auto fate = fateOfOneSided(t, ancestorEntry(uuid), deletionOf(im_, uuid));
+            const auto& t = it_->entries.at(uuid);
+            const auto fate = fateOfOneSided(t, ancestorEntry(uuid), deletionOf(*im_, uuid));
             if (fate == Fate::deleted) {
-                if (!deletionOf(im_, uuid))
+                if (!deletionOf(*im_, uuid))
                     newRecords_.push_back(uuid);
                 continue;
             }
@@ -439,6 +446,19 @@ private:
                 note(intoBin ? MergeEvent::entryToBin : MergeEvent::entryAdded, uuid, titleOf(t.element));
             }
         }
+    }
+
+    // Two copies of one edit have the same versions, made at the same times: most entries are settled here,
+    // without a digest of every version.
+    static bool sameVersionTimes(pugi::xml_node a, pugi::xml_node b)
+    {
+        auto va = a.child("History").first_child();
+        auto vb = b.child("History").first_child();
+        for (; va && vb; va = va.next_sibling(), vb = vb.next_sibling())
+            if (std::strcmp(va.child("Times").child("LastModificationTime").text().get(),
+                            vb.child("Times").child("LastModificationTime").text().get()) != 0)
+                return false;
+        return !va && !vb;
     }
 
     std::vector<Version> versionsOf(const ItemIndex& index, pugi::xml_node entry, bool fromTheirs) const
@@ -478,16 +498,18 @@ private:
     void mergeEntryContent(const std::string& uuid, const ItemRecord& m, const ItemRecord& t, const ItemRecord* a)
     {
         const auto choice = choose(m, t, a);
-        auto ours = versionsOf(im_, m.element, false);
-        auto theirs = versionsOf(it_, t.element, true);
+        if (choice.winner == Winner::same && m.modified == t.modified && sameVersionTimes(m.element, t.element))
+            return;
+        auto ours = versionsOf(*im_, m.element, false);
+        auto theirs = versionsOf(*it_, t.element, true);
         if (choice.winner == Winner::same && ours.size() == theirs.size() && sameKeys(ours, theirs))
             return;
         const auto before = ours;
         // The version that stops being current stays, as the newest of its side's history.
         if (choice.winner == Winner::theirs)
-            ours.push_back({m.element, versionKey(im_, m.element), false});
+            ours.push_back({m.element, versionKey(*im_, m.element), false});
         else if (choice.winner == Winner::mine)
-            theirs.push_back({t.element, versionKey(it_, t.element), true});
+            theirs.push_back({t.element, versionKey(*it_, t.element), true});
         const auto joined = joinHistories(ours, theirs);
         if (choice.winner != Winner::theirs && sameKeys(joined, before))
             return;
@@ -536,11 +558,11 @@ private:
             doc_.removeElement(element);
         std::unordered_set<pugi::xml_node_struct*> dying;
         for (const auto& uuid : dying_)
-            dying.insert(im_.groups.at(uuid).element.internal_object());
-        for (const auto& uuid : im_.groupOrder) {
+            dying.insert(im_->groups.at(uuid).element.internal_object());
+        for (const auto& uuid : im_->groupOrder) {
             if (!dying_.contains(uuid))
                 continue;
-            const auto element = im_.groups.at(uuid).element;
+            const auto element = im_->groups.at(uuid).element;
             bool outermost = true;
             for (auto p = element.parent(); p && outermost; p = p.parent())
                 outermost = !dying.contains(p.internal_object());
@@ -608,13 +630,13 @@ private:
     void mergeRecords()
     {
         std::vector<std::pair<std::string, Time>> added;
-        for (const auto& [uuid, when] : it_.deletions)
-            if (!im_.deletions.contains(uuid))
+        for (const auto& [uuid, when] : it_->deletions)
+            if (!im_->deletions.contains(uuid))
                 added.emplace_back(uuid, when);
         std::sort(added.begin(), added.end());
         const auto now = doc_.now();
         for (const auto& uuid : newRecords_)
-            if (!im_.deletions.contains(uuid) && !it_.deletions.contains(uuid))
+            if (!im_->deletions.contains(uuid) && !it_->deletions.contains(uuid))
                 added.emplace_back(uuid, now);
         const auto root = doc_.root();
         if (added.empty() || !root)
@@ -634,8 +656,8 @@ private:
     Document* ancestorDoc_;
     std::vector<kdbx::InnerBinary>* pool_;
     const std::vector<kdbx::InnerBinary>* theirPool_;
-    ItemIndex im_;
-    ItemIndex it_;
+    std::optional<ItemIndex> im_;
+    std::optional<ItemIndex> it_;
     std::optional<ItemIndex> ia_;
     std::unordered_map<std::string, std::string> toOurs_;
     std::unordered_map<std::string, std::string> toTheirs_;
