@@ -66,7 +66,7 @@ void diffTwoCopies(benchmark::State& state)
         benchmark::DoNotOptimize(d.entries.size());
     }
 }
-BENCHMARK(diffTwoCopies)->Unit(benchmark::kMillisecond)->Repetitions(5)->DisplayAggregatesOnly(true);
+BENCHMARK(diffTwoCopies)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime()->Repetitions(5)->DisplayAggregatesOnly(true);
 
 void mergeThreeWays(benchmark::State& state)
 {
@@ -88,6 +88,6 @@ void mergeThreeWays(benchmark::State& state)
         state.ResumeTiming();
     }
 }
-BENCHMARK(mergeThreeWays)->Unit(benchmark::kMillisecond)->Repetitions(5)->DisplayAggregatesOnly(true);
+BENCHMARK(mergeThreeWays)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime()->Repetitions(5)->DisplayAggregatesOnly(true);
 
 } // namespace
