@@ -55,11 +55,13 @@ Choice choose(const ItemRecord& m, const ItemRecord& t, const ItemRecord* a)
         return {Winner::mine, false};
     if (theirsChanged && !mineChanged)
         return {Winner::theirs, false};
+    // Without an ancestor a change on one side looks like a change on both; only the ancestor can tell a conflict.
+    const bool conflict = a != nullptr;
     if (later(m.modified, t.modified))
-        return {Winner::mine, true};
+        return {Winner::mine, conflict};
     if (later(t.modified, m.modified))
-        return {Winner::theirs, true};
-    return {m.digest > t.digest ? Winner::mine : Winner::theirs, true};
+        return {Winner::theirs, conflict};
+    return {m.digest > t.digest ? Winner::mine : Winner::theirs, conflict};
 }
 
 // An item's parent group: a move on one side is taken; moves on both go to the later one.
@@ -607,6 +609,12 @@ private:
             note(MergeEvent::settingChanged, {}, std::string(name));
         }
         mergeIcons(meta, theirMeta.child("CustomIcons"));
+        // Their bin, brought in whole, is ours when we had none.
+        if (im_->bin.empty() && !it_->bin.empty() && groupNodes_.contains(ourId(it_->bin))) {
+            doc_.setMetaText("RecycleBinUUID", ourId(it_->bin));
+            if (const auto changed = theirDoc_.metaText("RecycleBinChanged"))
+                doc_.setMetaText("RecycleBinChanged", *changed);
+        }
     }
 
     // Icons their entries may use: added by UUID.

@@ -249,6 +249,25 @@ TEST(Merge, historiesJoinByTimeWithoutDuplicatesWithinTheLimit)
     EXPECT_EQ(notes, (std::vector<std::string>{"m1", "t1", "m2", "t2"}));
 }
 
+TEST(Merge, theirNewBinBecomesOursWhenWeHadNone)
+{
+    TickingClock clock;
+    std::string noBin = baseXml;
+    noBin.replace(noBin.find("<RecycleBinUUID>@bin@</RecycleBinUUID>"), 38, "");
+    Copy ancestor(noBin, clock);
+    deletePermanently(ancestor.group("bin"));
+    ancestor.newEntry(ancestor.top(), "e");
+    Copy mine(ancestor);
+    Copy theirs(ancestor);
+    ASSERT_EQ(deleteEntry(theirs.entry("e")), DeleteResult::movedToBin);
+
+    mergeInto(mine, theirs, &ancestor);
+    const auto bin = findBin(mine.doc());
+    ASSERT_TRUE(bin);
+    EXPECT_EQ(mine.entry("e").parent()->uuid(), bin->uuid());
+    EXPECT_EQ(canonical(mine), canonical(theirs));
+}
+
 TEST(Merge, withoutAncestorTheLaterVersionWinsAndDeletionRecordsDecide)
 {
     TickingClock clock;
