@@ -101,6 +101,7 @@ const std::vector<CommandDefinition>& commandTable()
         addEditCommands(t);
         addAttachmentCommands(t);
         addDatabaseCommands(t);
+        addMergeCommands(t);
         addGeneratorCommands(t);
         return t;
     }();

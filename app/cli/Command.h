@@ -47,6 +47,7 @@ void addBrowseCommands(std::vector<CommandDefinition>& table);
 void addEditCommands(std::vector<CommandDefinition>& table);
 void addDatabaseCommands(std::vector<CommandDefinition>& table);
 void addAttachmentCommands(std::vector<CommandDefinition>& table);
+void addMergeCommands(std::vector<CommandDefinition>& table);
 
 // One line of standard input as a password: up to "\n" (a "\r" before it is dropped) or the end of input.
 // An empty line, or no input at all, is an empty password, never "no password".
@@ -67,6 +68,10 @@ std::filesystem::path pathArgument(const std::string& text);
 
 // Reads and decodes a database for a command that only reads it.
 std::unique_ptr<kdbx::KdbxFile> openForReading(Invocation& call, const std::filesystem::path& path);
+
+// The outer header's cipher and key derivation as `info` names them.
+std::string cipherName(const std::vector<std::uint8_t>& id);
+std::string kdfName(const kdbx::VariantDictionary& kdf);
 
 void writeText(std::ostream& out, std::string_view text);
 void writeJson(Invocation& call, const Json& json);

@@ -10,7 +10,6 @@
 #include <string>
 
 namespace quillon::cli {
-namespace {
 
 std::string cipherName(const std::vector<std::uint8_t>& id)
 {
@@ -34,6 +33,8 @@ std::string kdfName(const kdbx::VariantDictionary& kdf)
         return "AES-KDF";
     return "unknown (" + kdbx::base64Encode(*id) + ")";
 }
+
+namespace {
 
 std::string memoryText(std::uint64_t bytes)
 {
