@@ -76,11 +76,9 @@ TEST(Cli, usageMistakesExitTwoAndPointAtHelp)
     const auto badOption = runCli({"stats", "--pasword-stdin", "x.kdbx"});
     EXPECT_EQ(badOption.exitCode, 2);
     EXPECT_EQ(badOption.err, "quillon-cli stats: unknown option --pasword-stdin.\nTry 'quillon-cli stats --help'.\n");
-    EXPECT_EQ(runCli({"stats"}).exitCode, 2);
-    EXPECT_EQ(runCli({"info", "a.kdbx", "b.kdbx"}).exitCode, 2);
-    EXPECT_EQ(runCli({"stats", "--key-file"}).exitCode, 2);
-    EXPECT_EQ(runCli({"generate", "--length", "ten"}).exitCode, 2);
-    EXPECT_EQ(runCli({"info", "--json=yes", "a.kdbx"}).exitCode, 2);
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"stats"}, {"info", "a.kdbx", "b.kdbx"}, {"stats", "--key-file"}, {"generate", "--length", "ten"}})
+        EXPECT_EQ(runCli(args).exitCode, 2) << args[0];
     // A key-file-only database needs its key file named.
     EXPECT_EQ(runCli({"stats", "--no-password", "a.kdbx"}).exitCode, 2);
 }
@@ -193,32 +191,6 @@ TEST(Cli, infoReadsTheOuterHeaderWithoutCredentials)
     EXPECT_EQ(truncated.err, "Malformed header: unexpected end of data.\n");
 }
 
-TEST(Cli, statsCountsEntriesHistoryGroupsAndAttachments)
-{
-    TempDir dir;
-    auto file = tinyDatabase();
-    setDocument(*file, R"(<?xml version="1.0" encoding="utf-8" standalone="yes"?>
-<KeePassFile><Meta><Generator>t</Generator></Meta><Root><Group><UUID>AAAAAAAAAAAAAAAAAAAAAQ==</UUID><Name>Root</Name>
-<Entry><UUID>AAAAAAAAAAAAAAAAAAAAAg==</UUID><String><Key>Password</Key><Value Protected="True">a</Value></String>
-<Binary><Key>a.txt</Key><Value Ref="0"/></Binary>
-<History><Entry><UUID>AAAAAAAAAAAAAAAAAAAAAg==</UUID><String><Key>Password</Key><Value Protected="True">b</Value></String></Entry>
-<Entry><UUID>AAAAAAAAAAAAAAAAAAAAAg==</UUID></Entry></History></Entry>
-<Group><UUID>AAAAAAAAAAAAAAAAAAAAAw==</UUID><Name>Sub</Name><Group><UUID>AAAAAAAAAAAAAAAAAAAABA==</UUID><Name>Deeper</Name>
-<Entry><UUID>AAAAAAAAAAAAAAAAAAAABQ==</UUID><String><Key>Notes</Key><Value Protected="True"></Value></String></Entry>
-</Group></Group></Group></Root></KeePassFile>)");
-    file->inner.binaries.push_back({0, kdbx::SecureBytes::fromText("hello")});
-    file->inner.binaries.push_back({1, kdbx::SecureBytes::fromText("attachment")});
-    writeFile(dir / "db.kdbx", file->save(passwordOnly("pw")));
-
-    const auto json = runCli({"stats", "--json", "--password-stdin", (dir / "db.kdbx").string()}, "pw\n");
-    ASSERT_EQ(json.exitCode, 0) << json.err;
-    EXPECT_EQ(json.out, "{\"entries\":4,\"protectedValues\":3,\"binaries\":2,\"groups\":3,\"historyVersions\":2,"
-                        "\"attachmentBytes\":15}\n");
-    const auto text = runCli({"stats", "--password-stdin", (dir / "db.kdbx").string()}, "pw\n");
-    EXPECT_EQ(text.out, "entries: 4, protected values: 3, binaries: 2\ngroups: 3\nhistory versions: 2\n"
-                        "attachment bytes: 15\n");
-}
-
 TEST(Cli, exportWritesTheDecryptedXmlButNotOnATerminal)
 {
     TempDir dir;
@@ -248,10 +220,6 @@ TEST(Cli, generatorsKeepThePanelsRangesAndAlphabets)
     ASSERT_EQ(standard.out.size(), 21u);
     EXPECT_EQ(standard.out.find_first_not_of(all), 20u);
     EXPECT_EQ(standard.err, "20 characters \u00b7 129 bits\n");
-    EXPECT_EQ(runCli({"generate", "-L", "3"}).out.size(), 5u);
-    EXPECT_EQ(runCli({"generate", "--length=5000"}).out.size(), 1025u);
-    const auto digits = runCli({"generate", "-n", "-L", "64"}).out;
-    EXPECT_EQ(digits.find_first_not_of("0123456789"), 64u);
     const auto letters = runCli({"generate", "--lower", "--upper", "--strength"});
     EXPECT_EQ(letters.out.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"), 20u);
     EXPECT_EQ(letters.err, "20 characters \u00b7 114 bits\n");
@@ -260,8 +228,6 @@ TEST(Cli, generatorsKeepThePanelsRangesAndAlphabets)
     ASSERT_EQ(phrase.exitCode, 0) << phrase.err;
     EXPECT_EQ(std::count(phrase.out.begin(), phrase.out.end(), ' '), 4);
     EXPECT_EQ(phrase.err, "5 words \u00b7 65 bits\n");
-    const auto joined = runCli({"diceware", "-W", "1", "--separator", "+"}).out;
-    EXPECT_EQ(std::count(joined.begin(), joined.end(), '+'), 2);
 
     TempDir dir;
     writeFile(dir / "words.txt", std::string_view("11111\tone\n11112\ttwo\n\n"));
@@ -398,20 +364,12 @@ TEST(Cli, editsKeepOneVersionPerCommandAndDeletesGoThroughTheRecycleBin)
 
 TEST(Cli, interruptStopsALongKeyDerivation)
 {
-    // A header asking for about twenty seconds of Argon2 (its digest redone so opening gets as far as the
-    // derivation); the rest of the file need not match, the run is stopped long before.
+    // A header asking for about twenty seconds of Argon2; the run is stopped long before it ends.
     TempDir dir;
-    const auto bytes = tinyFile(passwordOnly("pw"));
-    kdbx::ByteReader reader(bytes);
-    auto parsed = kdbx::parseOuterHeader(reader);
-    parsed.header.kdf.entries["M"] = std::uint64_t{8} << 20;
-    parsed.header.kdf.entries["I"] = std::uint64_t{2000};
-    auto slow = kdbx::serialiseOuterHeader(parsed.header);
-    const auto digest = kdbx::headerDigest(slow);
-    slow.insert(slow.end(), digest.begin(), digest.end());
-    const auto rest = std::span(bytes).subspan(parsed.raw.size() + digest.size());
-    slow.insert(slow.end(), rest.begin(), rest.end());
-    writeFile(dir / "slow.kdbx", slow);
+    auto header = tinyDatabase()->header;
+    header.kdf.entries["M"] = std::uint64_t{8} << 20;
+    header.kdf.entries["I"] = std::uint64_t{2000};
+    writeFile(dir / "slow.kdbx", headerOnlyFile(header));
 
     // env resets SIGINT to its default, which a test runner started in the background may have ignored.
     ProcessOptions options;

@@ -1,6 +1,5 @@
 // The quillon program as a user runs it: which mode the arguments choose, and what each prints.
 #include "app/CommandLine.h"
-#include "kdbx/ByteReader.h"
 #include "kdbx/OuterHeader.h"
 #include "tests/support/Helpers.h"
 #include "tests/support/Process.h"
@@ -61,15 +60,10 @@ TEST(CommandLine, argumentsChooseTheMode)
         {{}, app::Mode::application, "", -1},
         {{"--verify"}, app::Mode::application, "", -1},
         {{"--verify", "a.kdbx"}, app::Mode::verify, "a.kdbx", -1},
-        {{"--verify", "a.kdbx", "pw", "ignored"}, app::Mode::verify, "a.kdbx", 3},
-        {{"--verify", ""}, app::Mode::verify, "", -1},
         {{"x", "--verify", "a.kdbx"}, app::Mode::application, "", -1},
         {{"--verify", "a.kdbx", "--self-test"}, app::Mode::selfTest, "", -1},
-        {{"a", "b", "c", "--self-test"}, app::Mode::selfTest, "", -1},
-        {{"--self-test", "--verify"}, app::Mode::selfTest, "", -1},
         {{"--self-testing"}, app::Mode::application, "", -1},
         {{"--version"}, app::Mode::version, "", -1},
-        {{"a.kdbx", "--version"}, app::Mode::application, "", -1},
     };
     for (const auto& c : cases) {
         std::vector<std::string> args{"quillon"};
@@ -112,10 +106,7 @@ TEST(CommandLine, programPrintsWhatEachFormAsksFor)
         {"verify alone", {"--verify"}, usageLine, 2},
         {"verify not first", {"x", "--verify", home + "/notkdbx.kdbx", "pw"}, usageLine, 2},
         {"empty path", {"--verify", ""}, "Not a file: (no path given)\n", 1},
-        {"empty path with password", {"--verify", "", "pw"}, "Not a file: (no path given)\n", 1},
         {"directory", {"--verify", home + "/folder", "pw"}, "Not a file: " + home + "/folder\n", 1},
-        {"missing", {"--verify", home + "/missing.kdbx"}, "Not a file: " + home + "/missing.kdbx\n", 1},
-        {"tilde missing", {"--verify", "~/missing.kdbx", "pw"}, "Not a file: " + home + "/missing.kdbx\n", 1},
         {"tilde found", {"--verify", "~/notkdbx.kdbx", "pw", "extra"}, "failed: Not a KDBX file.\n", 1},
         {"truncated header", {"--verify", "~/cut.kdbx", "pw"}, "failed: Malformed header: unexpected end of data.\n", 1},
         {"read failure", {"--verify", "/proc/self/mem", "pw"}, "failed: Input/output error\n", 1},
@@ -213,15 +204,11 @@ TEST(CommandLine, promptReadsThePasswordFromTheTerminalWithoutEcho)
 
 TEST(CommandLine, selfTestWinsWherever)
 {
-    for (const auto& args : std::vector<std::vector<std::string>>{
-             {"--self-test"}, {"--verify", "/nonexistent", "--self-test"}, {"--verify", "--self-test"}}) {
-        const auto r = runQuillon(args);
-        EXPECT_EQ(r.exitCode, 0) << r.out;
-        EXPECT_THAT(r.out, HasSubstr("  ok    OuterHeader with unknown fields\n"));
-        EXPECT_THAT(r.out, testing::EndsWith(" passed, 0 failed\n"));
-        EXPECT_THAT(r.out, testing::Not(HasSubstr("FAIL")));
-        EXPECT_THAT(r.out, testing::Not(HasSubstr("ERROR")));
-    }
+    const auto r = runQuillon({"--verify", "/nonexistent", "--self-test"});
+    EXPECT_EQ(r.exitCode, 0) << r.out;
+    EXPECT_THAT(r.out, HasSubstr("  ok    OuterHeader with unknown fields\n"));
+    EXPECT_THAT(r.out, testing::EndsWith(" passed, 0 failed\n"));
+    EXPECT_THAT(r.out, testing::Not(HasSubstr("FAIL")));
 }
 
 #ifdef QUILLON_HARDENED
@@ -233,17 +220,11 @@ TEST(CommandLine, releaseBuildIsHardenedAndWipesThePasswordArgument)
     // opening has been made.
     TempDir dir;
     const auto path = dir / "db.kdbx";
-    const auto tiny = tinyFile(passwordOnly("pw"));
-    kdbx::ByteReader reader(tiny);
-    kdbx::OuterHeader header = kdbx::parseOuterHeader(reader).header;
+    auto header = tinyDatabase()->header;
     header.kdf.entries["M"] = std::uint64_t{8} << 20;
     header.kdf.entries["I"] = std::uint64_t{0xFFFFFFFF};
     header.kdf.entries["P"] = std::uint32_t{2};
-    auto slow = kdbx::serialiseOuterHeader(header);
-    const auto digest = kdbx::headerDigest(slow);
-    slow.insert(slow.end(), digest.begin(), digest.end());
-    slow.resize(slow.size() + 32);
-    writeFile(path, slow);
+    writeFile(path, headerOnlyFile(header));
     const std::string password = "hunter2-in-argv";
     test::Argv argv({quillon, "--verify", path.string(), password});
     posix_spawn_file_actions_t actions;

@@ -24,18 +24,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using quillon::test::modeOf;
+
 using Bytes = std::vector<std::uint8_t>;
 using Time = std::chrono::system_clock::time_point;
 
 // 2024-05-01 13:07:42.123 UTC.
 const Time someMoment = Time(std::chrono::milliseconds(1714568862123));
-
-mode_t modeOf(const fs::path& path)
-{
-    struct ::stat info {};
-    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
-    return info.st_mode & 07777;
-}
 
 // A clock that moves one second each time it is read, so that backup names never collide.
 struct TickingClock {

@@ -2,8 +2,6 @@
 #include "files/SafeWrite.h"
 #include "kdbx/KdbxError.h"
 #include "tests/files/Seam.h"
-#include "tests/support/PeerDatabases.h"
-#include "tests/support/Peers.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestDb.h"
 
@@ -29,19 +27,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using quillon::test::modeOf;
+
 const char* const title = "/KeePassFile/Root/Group/Entry/String[Key='Title']/Value";
 const char* const password = "/KeePassFile/Root/Group/Entry/String[Key='Password']/Value";
 
 std::string text(const DatabaseFile& db, const char* path)
 {
     return db.file().document.select_node(path).node().text().get();
-}
-
-mode_t modeOf(const fs::path& path)
-{
-    struct ::stat info {};
-    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
-    return info.st_mode & 07777;
 }
 
 TEST(DatabaseFile, savesInPlaceKeepingPermissionsAndBacksUpOncePerRun)
@@ -166,28 +159,6 @@ TEST(DatabaseFile, readingFailuresNameTheFile)
         EXPECT_THAT(e.what(), testing::StartsWith("Could not read db.kdbx: Input/output error"));
     }
     EXPECT_THROW(DatabaseFile::open(path, passwordOnly("wrong")), kdbx::KdbxError);
-}
-
-// A file pykeepass made opens, is changed and saved, and KeePassXC reads the change.
-TEST(DatabaseFile, peersReadWhatWeSaveOverTheirFile)
-{
-    QUILLON_REQUIRE_PEER(test::pykeepassPython(), "pykeepass");
-    QUILLON_REQUIRE_PEER(test::keepassxcCli(), "keepassxc-cli");
-    TempDir dir;
-    const auto path = dir / "peer.kdbx";
-    test::PeerDatabase wanted;
-    wanted.entries.push_back({"", "Bank", "carol", "hunter2", "", ""});
-    const auto made = test::makePykeepassDatabase(path, wanted);
-    ASSERT_EQ(made.exitCode, 0) << made.err;
-
-    auto db = DatabaseFile::open(path, passwordOnly(*wanted.credentials.password));
-    db.file().document.select_node("//Entry/String[Key='UserName']/Value").node().text().set("dave");
-    db.save(passwordOnly(*wanted.credentials.password), {});
-
-    const auto shown = test::keepassxcOn("show", path, wanted.credentials, {"Bank"}, {"-s", "-a", "UserName", "-a",
-                                                                                  "Password"});
-    ASSERT_EQ(shown.exitCode, 0) << shown.err;
-    EXPECT_EQ(shown.out, "dave\nhunter2\n");
 }
 
 } // namespace

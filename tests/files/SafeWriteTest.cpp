@@ -34,17 +34,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using quillon::test::modeOf;
+
 using Bytes = std::vector<std::uint8_t>;
 
 // About the size of a small KDBX file.
 Bytes content(std::size_t size = 40 * 1024) { return kdbx::randomBytes(size); }
-
-mode_t modeOf(const fs::path& path)
-{
-    struct ::stat info {};
-    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
-    return info.st_mode & 07777;
-}
 
 ino_t inodeOf(const fs::path& path)
 {

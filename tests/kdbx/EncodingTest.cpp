@@ -37,14 +37,6 @@ TEST(Encoding, utf8ValidityFollowsTheStandard)
         EXPECT_FALSE(isValidUtf8(bad));
 }
 
-TEST(KdbxTime, unixEpochAndRoundTrip)
-{
-    EXPECT_EQ(decodeKdbxTime(encodeKdbxTime(unixEpochInKdbxSeconds)), unixEpochInKdbxSeconds);
-    EXPECT_EQ(decodeKdbxTime("AAAAAAAAAA=="), std::nullopt); // 7 bytes
-    EXPECT_EQ(newUuidText().size(), 24u);
-    EXPECT_NE(newUuidText(), newUuidText());
-}
-
 // The one decoder every layer uses: the edges of each sequence length, and a cut sequence.
 TEST(Encoding, utf8DecodesEachLengthToItsEdges)
 {

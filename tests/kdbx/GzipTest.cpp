@@ -33,20 +33,6 @@ std::vector<std::uint8_t> sampleText(std::size_t n)
     return bytesOf(s);
 }
 
-TEST(Gzip, writesTheFixedHeaderAndRoundTrips)
-{
-    for (std::size_t n : {0u, 1u, 1000u, 300000u}) {
-        const auto data = sampleText(n);
-        const auto member = gzip(data);
-        ASSERT_GE(member.size(), 18u);
-        EXPECT_EQ(std::vector(member.begin(), member.begin() + 10),
-                  (std::vector<std::uint8_t>{0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 0, 0xff}));
-        EXPECT_EQ(bytesOf(gunzip(member)), data) << n;
-    }
-    // Empty input: header, the empty DEFLATE stream, CRC 0, length 0.
-    EXPECT_EQ(gzip({}), (std::vector<std::uint8_t>{0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 0, 0xff, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-}
-
 // Members written by the system's gzip and by Python's zlib (name, comment, extra field, header CRC), and
 // ours read back by gzip -dc.
 TEST(Gzip, interoperatesWithOtherWriters)

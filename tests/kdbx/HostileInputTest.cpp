@@ -245,12 +245,6 @@ TEST(HostileInput, argon2CostsBeyondTheMachine)
     cancel = true;
     ASSERT_EQ(opening.wait_for(std::chrono::seconds(10)), std::future_status::ready);
     EXPECT_THROW(opening.get(), Cancelled);
-
-    // The cancellable path still reports the library's errors and gives the same key.
-    std::atomic<bool> never{false};
-    EXPECT_THAT([&] { (void)transformKey(key, argon2id(64 * 1024, 0), &never); },
-                ThrowsMessage<KdbxError>(StrEq("Argon2 failed with code -12.")));
-    EXPECT_EQ(transformKey(key, argon2id(64 * 1024, 2), &never).view(), transformKey(key, argon2id(64 * 1024, 2)).view());
 }
 
 } // namespace

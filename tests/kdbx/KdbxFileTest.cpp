@@ -150,18 +150,6 @@ TEST(KdbxFile, truncationAnywhereIsUnexpectedEnd)
             << "cut at " << cut;
 }
 
-TEST(KdbxFile, keyFilesAndPasswordsAreDistinctKeys)
-{
-    const SecureBytes keyFile = generateKeyFile();
-    Credentials fileOnly;
-    fileOnly.keyFile = keyFile.copy();
-    Credentials emptyAndFile = fileOnly.copy();
-    emptyAndFile.password = SecureBytes();
-    const auto bytes = tinyFile(fileOnly);
-    EXPECT_EQ(openError(bytes, fileOnly), "opened");
-    EXPECT_EQ(openError(bytes, emptyAndFile), "Wrong password or key file.");
-}
-
 struct InnerCase {
     const char* name;
     std::string payload; // inner header and XML, before compression

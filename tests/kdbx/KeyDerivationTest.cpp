@@ -179,10 +179,8 @@ TEST(Argon2, parameterErrors)
         std::string message;
     };
     const std::string incomplete = unsupported + "incomplete Argon2 parameters" + tail;
-    const std::string outOfRange = "Malformed header: Argon2 parameters out of range.";
     const Row rows[] = {
         {"empty dictionary", [](auto& k) { k.entries.clear(); }, unsupported + "missing" + tail},
-        {"$UUID as text", [](auto& k) { k.entries["$UUID"] = std::string("argon2"); }, unsupported + "missing" + tail},
         {"AES-KDF",
          [](auto& k) { k.entries["$UUID"] = std::vector<std::uint8_t>(kdfAesKdf.begin(), kdfAesKdf.end()); },
          unsupported + "AES-KDF" + tail},
@@ -193,10 +191,7 @@ TEST(Argon2, parameterErrors)
         {"no memory", [](auto& k) { k.entries.erase("M"); }, incomplete},
         {"memory signed", [](auto& k) { k.entries["M"] = std::int64_t{65536}; }, incomplete},
         {"no iterations", [](auto& k) { k.entries.erase("I"); }, incomplete},
-        {"no lanes", [](auto& k) { k.entries.erase("P"); }, incomplete},
         {"lanes 64-bit", [](auto& k) { k.entries["P"] = std::uint64_t{1}; }, incomplete},
-        {"memory 2^42", [](auto& k) { k.entries["M"] = std::uint64_t{1} << 42; }, outOfRange},
-        {"iterations 2^32", [](auto& k) { k.entries["I"] = std::uint64_t{1} << 32; }, outOfRange},
         {"zero iterations", [](auto& k) { k.entries["I"] = std::uint64_t{0}; }, "Argon2 failed with code -12."},
         {"memory below 8 KiB per lane", [](auto& k) { k.entries["M"] = std::uint64_t{7 * 1024}; },
          "Argon2 failed with code -14."},

@@ -124,22 +124,6 @@ TEST(OuterHeader, refusalsGiveTheirMessages)
         expectFails(c.bytes, c.message, c.name);
 }
 
-TEST(OuterHeader, absentFieldsTakeTheirDefaults)
-{
-    const auto minimal = parse(Raw(0x00040001).seedAndIV().end()).header;
-    EXPECT_TRUE(minimal.compressed);
-    EXPECT_TRUE(isIdentifier(minimal.cipher, cipherAes256));
-    EXPECT_EQ(minimal.major, 4);
-    EXPECT_EQ(minimal.minor, 1);
-    EXPECT_FALSE(minimal.publicCustomData);
-    EXPECT_TRUE(minimal.kdf.entries.empty());
-
-    const std::pair<Bytes, bool> compression[] = {
-        {{}, false}, {{0, 0, 0, 0}, false}, {{1, 0, 0, 0}, true}, {{1}, true}, {{2, 0, 0, 0}, false}};
-    for (const auto& [data, expected] : compression)
-        EXPECT_EQ(parse(Raw().seedAndIV().field(3, data).end()).header.compressed, expected) << data.size();
-}
-
 TEST(OuterHeader, repeatedFieldsReplaceEarlierOnes)
 {
     const auto h = parse(Raw()
@@ -160,12 +144,6 @@ TEST(OuterHeader, repeatedFieldsReplaceEarlierOnes)
     EXPECT_TRUE(h.kdf.entries.empty());
     EXPECT_EQ(h.publicCustomData, Bytes{6});
     EXPECT_TRUE(h.unknownFields.empty());
-}
-
-TEST(OuterHeader, endFieldDataIsNotChecked)
-{
-    const Bytes in = Raw().seedAndIV().field(0, {}).bytes;
-    EXPECT_EQ(parse(in).raw, in);
 }
 
 } // namespace

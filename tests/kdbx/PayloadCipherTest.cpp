@@ -99,11 +99,4 @@ TEST(ChaCha20, anySplitGivesTheWholeStream)
     EXPECT_EQ(whole, plain);
 }
 
-TEST(ChaCha20DeathTest, wrongKeyOrNonceSizeStopsTheProgram)
-{
-    const auto key = counting(32);
-    EXPECT_DEATH(ChaCha20(std::span(key).first(16), counting(12)), "");
-    EXPECT_DEATH(ChaCha20(key, counting(8)), "");
-}
-
 } // namespace

@@ -131,11 +131,6 @@ TEST(VariantDictionary, malformedInputGivesItsMessage)
         expectMalformed(c.bytes, c.message, c.name);
 }
 
-TEST(VariantDictionary, minorVersionIsIgnored)
-{
-    EXPECT_TRUE(parseVariantDictionary(Bytes{0xAB, 0x01, 0x00}).entries.empty());
-}
-
 TEST(VariantDictionary, repeatedKeyReplacesEarlierValue)
 {
     const auto d = parseVariantDictionary(Dict().entry(0x04, "k", {1, 0, 0, 0}).entry(0x18, "k", {'x'}).end());

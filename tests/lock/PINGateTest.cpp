@@ -1,4 +1,5 @@
 #include "lock/PINGate.h"
+#include "tests/support/Helpers.h"
 
 #include <gtest/gtest.h>
 
@@ -10,10 +11,7 @@ using quillon::lock::UnlockMode;
 
 namespace {
 
-ByteView bytes(std::string_view text)
-{
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
+using quillon::test::viewOf;
 
 const lock::DuressTest duress = [](ByteView text) {
     return std::string_view(reinterpret_cast<const char*>(text.data()), text.size()) == "help me";
@@ -44,20 +42,12 @@ void expectGone(const PINGate& gate)
     EXPECT_FALSE(gate.isPINMode());
 }
 
-TEST(PINGate, refusesShortPINsAndTheDuressPassword)
-{
-    EXPECT_EQ(PINGate::refusal(bytes("123"), duress), "A PIN needs at least 4 characters.");
-    EXPECT_EQ(PINGate::refusal(bytes("help me"), duress), "That's the duress password. Choose another PIN.");
-    EXPECT_FALSE(PINGate::refusal(bytes("1234"), duress));
-    EXPECT_FALSE(PINGate::refusal(bytes("\u00e9t\u00e9!"), duress));
-}
-
 TEST(PINGate, rightPINOpensAgainAndAgain)
 {
     auto gate = lockedWithPIN();
     for (int round = 0; round < 3; ++round) {
         ASSERT_TRUE(gate.isPINMode());
-        auto decision = gate.enter(bytes("2468"), duress);
+        auto decision = gate.enter(viewOf("2468"), duress);
         ASSERT_EQ(decision.action, PINDecision::Action::unlock);
         EXPECT_EQ(decision.mode, UnlockMode::pin);
         ASSERT_TRUE(decision.credentials && decision.credentials->password && decision.credentials->keyFile);
@@ -74,7 +64,7 @@ TEST(PINGate, wrongTriesRunOutAndTakeTheCredentialsWithThem)
     auto gate = lockedWithPIN();
     const char* hints[] = {"Wrong. 2 more tries.", "Wrong. One more try."};
     for (const char* hint : hints) {
-        auto decision = gate.enter(bytes("1357"), duress);
+        auto decision = gate.enter(viewOf("1357"), duress);
         ASSERT_EQ(decision.action, PINDecision::Action::tryAsPassword);
         EXPECT_EQ(decision.mode, UnlockMode::passwordAtPIN);
         const auto failure = gate.attemptFailed(UnlockMode::passwordAtPIN, true);
@@ -83,7 +73,7 @@ TEST(PINGate, wrongTriesRunOutAndTakeTheCredentialsWithThem)
         EXPECT_EQ(failure.hint, hint);
         EXPECT_TRUE(gate.isPINMode());
     }
-    ASSERT_EQ(gate.enter(bytes("1357"), duress).action, PINDecision::Action::tryAsPassword);
+    ASSERT_EQ(gate.enter(viewOf("1357"), duress).action, PINDecision::Action::tryAsPassword);
     const auto last = gate.attemptFailed(UnlockMode::passwordAtPIN, true);
     EXPECT_TRUE(last.fallBack);
     EXPECT_EQ(last.hint, "Too many wrong tries. Enter the password.");
@@ -91,30 +81,18 @@ TEST(PINGate, wrongTriesRunOutAndTakeTheCredentialsWithThem)
     EXPECT_EQ(PINGate::wrongTriesHint(5), "Wrong. 5 more tries.");
 }
 
-TEST(PINGate, rightPINAfterTwoWrongTriesRestoresAllThree)
-{
-    auto gate = lockedWithPIN();
-    for (int i = 0; i < 2; ++i) {
-        gate.enter(bytes("0000"), duress);
-        gate.attemptFailed(UnlockMode::passwordAtPIN, true);
-    }
-    ASSERT_EQ(gate.pinLock()->triesLeft, 1);
-    EXPECT_EQ(gate.enter(bytes("2468"), duress).mode, UnlockMode::pin);
-    EXPECT_EQ(gate.pinLock()->triesLeft, 3);
-}
-
 TEST(PINGate, onlyAWrongPasswordCostsATry)
 {
     auto gate = lockedWithPIN();
     // The entry was the database password: the attempt succeeds and nothing is spent.
-    ASSERT_EQ(gate.enter(bytes("database password"), duress).action, PINDecision::Action::tryAsPassword);
+    ASSERT_EQ(gate.enter(viewOf("database password"), duress).action, PINDecision::Action::tryAsPassword);
     gate.attemptSucceeded(std::nullopt);
     ASSERT_TRUE(gate.pinLock());
     EXPECT_EQ(gate.pinLock()->triesLeft, 3);
 
     // A failure other than wrong credentials (a damaged file) is an ordinary password failure.
     gate.windowLocked(databaseCredentials());
-    gate.enter(bytes("0000"), duress);
+    gate.enter(viewOf("0000"), duress);
     const auto other = gate.attemptFailed(UnlockMode::passwordAtPIN, false);
     EXPECT_FALSE(other.handled);
     EXPECT_EQ(gate.pinLock()->triesLeft, 3);
@@ -127,9 +105,9 @@ TEST(PINGate, onlyAWrongPasswordCostsATry)
 TEST(PINGate, duressAtThePINScreenRetiresThePINWithoutSpendingATry)
 {
     auto gate = lockedWithPIN();
-    gate.enter(bytes("0000"), duress);
+    gate.enter(viewOf("0000"), duress);
     gate.attemptFailed(UnlockMode::passwordAtPIN, true);
-    const auto decision = gate.enter(bytes("help me"), duress);
+    const auto decision = gate.enter(viewOf("help me"), duress);
     EXPECT_EQ(decision.action, PINDecision::Action::unlock);
     EXPECT_EQ(decision.mode, UnlockMode::duressAtPIN);
     EXPECT_FALSE(decision.credentials);
@@ -141,7 +119,7 @@ TEST(PINGate, aPINEqualToALaterDuressPasswordStillOpensTheRealDatabase)
     PINGate gate;
     gate.attemptSucceeded(kdbx::SecureBytes::fromText("help me"));
     gate.windowLocked(databaseCredentials());
-    EXPECT_EQ(gate.enter(bytes("help me"), duress).mode, UnlockMode::pin);
+    EXPECT_EQ(gate.enter(viewOf("help me"), duress).mode, UnlockMode::pin);
 }
 
 TEST(PINGate, failuresOfHeldCredentialsFallBackToThePassword)
@@ -172,7 +150,7 @@ TEST(PINGate, lockingKeepsCredentialsOnlyWithAPINAndAShortPendingPINRemovesIt)
     gate = lockedWithPIN();
     gate.retire();
     expectGone(gate);
-    EXPECT_EQ(gate.enter(bytes("2468"), duress).action, PINDecision::Action::fallBack);
+    EXPECT_EQ(gate.enter(viewOf("2468"), duress).action, PINDecision::Action::fallBack);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "kdbx/Encoding.h"
 #include "lock/MaskedCredentials.h"
 #include "lock/PINLock.h"
+#include "tests/support/Helpers.h"
 
 #include <gtest/gtest.h>
 
@@ -23,10 +24,7 @@ struct MaskedCredentialsInspector {
 
 namespace {
 
-ByteView bytes(std::string_view text)
-{
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
+using quillon::test::viewOf;
 
 struct CountCase {
     const char* name;
@@ -60,14 +58,14 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(PINLock, makeCountsCharactersNotBytes)
 {
-    EXPECT_FALSE(lock::PINLock::make(bytes("123")));
-    EXPECT_FALSE(lock::PINLock::make(bytes("e\u0301e\u0301e\u0301"))); // six code points, three characters
+    EXPECT_FALSE(lock::PINLock::make(viewOf("123")));
+    EXPECT_FALSE(lock::PINLock::make(viewOf("e\u0301e\u0301e\u0301"))); // six code points, three characters
     for (const char* pin : {"1234", "abcd", "!@#$", "    ", "a1 !", "e\u0301e\u0301e\u0301e\u0301"}) {
-        const auto made = lock::PINLock::make(bytes(pin));
+        const auto made = lock::PINLock::make(viewOf(pin));
         ASSERT_TRUE(made) << pin;
         EXPECT_EQ(made->triesLeft, 3);
-        EXPECT_TRUE(made->check(bytes(pin)));
-        EXPECT_FALSE(made->check(bytes("12345")));
+        EXPECT_TRUE(made->check(viewOf(pin)));
+        EXPECT_FALSE(made->check(viewOf("12345")));
     }
 }
 
@@ -77,17 +75,17 @@ TEST(PINLock, hashIsSha256OfSaltThenPinAndSaltIsFresh)
     for (std::size_t i = 0; i < salt.size(); ++i)
         salt[i] = static_cast<std::uint8_t>(i);
     // Reference digests from Python's hashlib.
-    EXPECT_EQ(kdbx::hexEncode(lock::pinHash(bytes("1234"), salt)),
+    EXPECT_EQ(kdbx::hexEncode(lock::pinHash(viewOf("1234"), salt)),
               "bad0b4f7cae08eb7c1b5acc763a8ed25242e2c9173e81f3f624b1fa5303cf6ce");
-    EXPECT_EQ(kdbx::hexEncode(lock::pinHash(bytes("p\u00efn\u2713"), salt)),
+    EXPECT_EQ(kdbx::hexEncode(lock::pinHash(viewOf("p\u00efn\u2713"), salt)),
               "3dd2e22dc83c127cfee6ced879622af934da5f4eb72db136a271fe4747f34c1b");
 
-    const auto a = lock::PINLock::make(bytes("1234"));
-    const auto b = lock::PINLock::make(bytes("1234"));
+    const auto a = lock::PINLock::make(viewOf("1234"));
+    const auto b = lock::PINLock::make(viewOf("1234"));
     ASSERT_TRUE(a && b);
     EXPECT_NE(a->salt, b->salt);
     EXPECT_NE(a->hash, b->hash);
-    EXPECT_EQ(a->hash, lock::pinHash(bytes("1234"), a->salt));
+    EXPECT_EQ(a->hash, lock::pinHash(viewOf("1234"), a->salt));
 }
 
 TEST(MaskedCredentials, revealGivesBackWhatWasStoredAndWipeForgetsIt)

@@ -47,15 +47,6 @@ TEST(SearchQuery, parsingSplitsQuotesAndLowerCases)
     EXPECT_EQ(parseQuery("x", SearchScope::notes).scope, SearchScope::notes);
 }
 
-TEST(SearchQuery, scopesAreZeroToFive)
-{
-    EXPECT_EQ(searchScopeFromInt(0), SearchScope::everywhere);
-    EXPECT_EQ(searchScopeFromInt(5), SearchScope::password);
-    EXPECT_EQ(searchScopeFromInt(3), SearchScope::url);
-    EXPECT_EQ(searchScopeFromInt(-1), std::nullopt);
-    EXPECT_EQ(searchScopeFromInt(6), std::nullopt);
-}
-
 constexpr const char* searchXml = R"(<KeePassFile><Meta/><Root><Group><UUID>@root@</UUID><Name>Root</Name>
 <Entry><UUID>@paris@</UUID>
   <String><Key>Title</Key><Value>Café de Paris</Value></String>

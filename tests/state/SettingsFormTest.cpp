@@ -92,15 +92,11 @@ TEST(SettingsForm, memoryWarningFollowsTheTypedText)
     SettingsForm form;
     const std::pair<const char16_t*, const char*> rows[] = {
         {u"", "Memory below 16 MB gives up most of Argon2's resistance to GPU attacks."},
-        {u"abc", "Memory below 16 MB gives up most of Argon2's resistance to GPU attacks."},
         {u"12", "Memory below 16 MB gives up most of Argon2's resistance to GPU attacks."},
-        {u"-20", "Memory below 16 MB gives up most of Argon2's resistance to GPU attacks."},
         {u"99999999999999999999", "Memory below 16 MB gives up most of Argon2's resistance to GPU attacks."},
         {u"16", "Below the recommended 64 MB."},
-        {u"+40", "Below the recommended 64 MB."},
         {u"63", "Below the recommended 64 MB."},
         {u"64", ""},
-        {u"99999", ""},
     };
     for (const auto& [text, expected] : rows) {
         form.memory = QString::fromUtf16(text);
@@ -119,19 +115,14 @@ TEST(SettingsForm, eachFieldFallsBackOrClamps)
         const char* name;
     };
     const std::pair<Row, std::int64_t> rows[] = {
-        {{&SettingsForm::memory, u"", "memory"}, 64},          {{&SettingsForm::memory, u"abc", "memory"}, 64},
-        {{&SettingsForm::memory, u"12", "memory"}, 12},        {{&SettingsForm::memory, u"40", "memory"}, 40},
+        {{&SettingsForm::memory, u"abc", "memory"}, 64},       {{&SettingsForm::memory, u"40", "memory"}, 40},
         {{&SettingsForm::memory, u"99999", "memory"}, 8192},   {{&SettingsForm::memory, u"7", "memory"}, 8},
-        {{&SettingsForm::memory, u"-1", "memory"}, 8},         {{&SettingsForm::memory, u"1.5", "memory"}, 64},
-        {{&SettingsForm::iterations, u"0", "iterations"}, 1},  {{&SettingsForm::iterations, u"5000", "iterations"}, 1000},
-        {{&SettingsForm::iterations, u"abc", "iterations"}, 10}, {{&SettingsForm::iterations, u"3", "iterations"}, 3},
-        {{&SettingsForm::parallelism, u"200", "threads"}, 64}, {{&SettingsForm::parallelism, u"0", "threads"}, 1},
-        {{&SettingsForm::parallelism, u"abc", "threads"}, 2},  {{&SettingsForm::parallelism, u" 4", "threads"}, 2},
+        {{&SettingsForm::memory, u"1.5", "memory"}, 64},       {{&SettingsForm::iterations, u"0", "iterations"}, 1},
+        {{&SettingsForm::iterations, u"5000", "iterations"}, 1000}, {{&SettingsForm::iterations, u"abc", "iterations"}, 10},
+        {{&SettingsForm::parallelism, u"200", "threads"}, 64}, {{&SettingsForm::parallelism, u" 4", "threads"}, 2},
         {{&SettingsForm::autoLock, u"-5", "autoLock"}, 0},     {{&SettingsForm::autoLock, u"2000", "autoLock"}, 1440},
-        {{&SettingsForm::autoLock, u"abc", "autoLock"}, 10},   {{&SettingsForm::autoLock, u"30", "autoLock"}, 30},
-        {{&SettingsForm::historyField, u"abc", "history"}, 25}, {{&SettingsForm::historyField, u"", "history"}, 25},
-        {{&SettingsForm::historyField, u"-3", "history"}, 0},  {{&SettingsForm::historyField, u"200000", "history"}, 100000},
-        {{&SettingsForm::historyField, u"0", "history"}, 0},   {{&SettingsForm::historyField, u"7", "history"}, 7},
+        {{&SettingsForm::historyField, u"abc", "history"}, 25}, {{&SettingsForm::historyField, u"-3", "history"}, 0},
+        {{&SettingsForm::historyField, u"200000", "history"}, 100000}, {{&SettingsForm::historyField, u"7", "history"}, 7},
     };
     for (const auto& [row, expected] : rows) {
         Store store;

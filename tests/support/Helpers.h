@@ -18,6 +18,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 inline Bytes bytesOf(std::string_view s) { return {s.begin(), s.end()}; }
 inline Bytes bytesOf(const kdbx::SecureBytes& s) { return {s.span().begin(), s.span().end()}; }
+inline kdbx::ByteView viewOf(std::string_view s) { return {reinterpret_cast<const std::uint8_t*>(s.data()), s.size()}; }
 // Hexadecimal digits, spaces allowed between them; a malformed text fails the test that uses it.
 Bytes hex(std::string_view digits);
 

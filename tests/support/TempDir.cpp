@@ -1,5 +1,7 @@
 #include "tests/support/TempDir.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -50,6 +52,14 @@ void writeFile(const std::filesystem::path& path, std::span<const std::uint8_t> 
 void writeFile(const std::filesystem::path& path, std::string_view text)
 {
     writeFile(path, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
+}
+
+unsigned modeOf(const std::filesystem::path& path)
+{
+    struct ::stat info {};
+    if (::stat(path.c_str(), &info) != 0)
+        throw std::system_error(errno, std::generic_category(), "stat " + path.string());
+    return info.st_mode & 07777;
 }
 
 } // namespace quillon::test

@@ -25,5 +25,7 @@ private:
 std::vector<std::uint8_t> readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, std::span<const std::uint8_t> data);
 void writeFile(const std::filesystem::path& path, std::string_view text);
+// The permission bits (with set-id and sticky) of what the path names, links followed.
+unsigned modeOf(const std::filesystem::path& path);
 
 } // namespace quillon::test

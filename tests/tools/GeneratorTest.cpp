@@ -46,27 +46,6 @@ TEST(Generator, drawsAreUniformWithoutModuloBias)
     EXPECT_LT(chiSquare(7776, 1'000'000, [] { return drawWordIndex(7776); }), 8382.2);
 }
 
-TEST(Generator, drawBelowCoversTheWholeRange)
-{
-    for (const std::size_t n : {1u, 2u, 3u, 128u, 255u, 256u}) {
-        std::set<std::size_t> seen;
-        for (int i = 0; i < 20000 && seen.size() < n; ++i)
-            seen.insert(drawBelow(n));
-        EXPECT_EQ(seen.size(), n) << n;
-        EXPECT_LT(*seen.rbegin(), n);
-    }
-    EXPECT_EQ(drawWordIndex(1), 0u);
-    EXPECT_LT(drawWordIndex(65536), 65536u);
-}
-
-TEST(GeneratorDeathTest, drawOutsideItsRangeStopsTheProgram)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(drawBelow(0), "");
-    EXPECT_DEATH(drawBelow(257), "");
-    EXPECT_DEATH(drawWordIndex(65537), "");
-}
-
 TEST(Generator, characterSetsJoinInFixedOrder)
 {
     EXPECT_EQ(characterAlphabet({}), alphabet87);
@@ -133,15 +112,11 @@ TEST(GeneratorPanel, countIsReadClampedAndShown)
         {M::random, "20", 20, "20 characters \u00b7 129 bits"},
         {M::random, "3", 4, "4 characters \u00b7 26 bits"},
         {M::random, "5000", 1024, "1024 characters \u00b7 6598 bits"},
-        {M::random, "abc", 20, "20 characters \u00b7 129 bits"},
-        {M::random, "", 20, "20 characters \u00b7 129 bits"},
-        {M::random, "+12", 12, "12 characters \u00b7 77 bits"},
         {M::random, "-7", 4, "4 characters \u00b7 26 bits"},
         {M::random, "99999999999999999999", 20, "20 characters \u00b7 129 bits"},
         {M::words, "5", 5, "5 words \u00b7 65 bits"},
         {M::words, "1", 3, "3 words \u00b7 39 bits"},
         {M::words, "100", 64, "64 words \u00b7 827 bits"},
-        {M::words, "x", 20, "20 words \u00b7 258 bits"},
     };
     GeneratorPanel panel(words);
     for (const auto& row : rows) {
