@@ -9,6 +9,7 @@
 #include "ui/Icons.h"
 #include "ui/LockTriggers.h"
 #include "ui/MainWindow.h"
+#include "ui/Paths.h"
 #include "ui/SingleInstance.h"
 #include "ui/Windows.h"
 
@@ -79,7 +80,7 @@ int runApplication(int& argc, char** argv)
     state::SessionServices services;
     std::optional<files::Backups> backups;
     if (const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation); !data.isEmpty())
-        backups.emplace(std::filesystem::path(data.toStdString()) / "Quillon" / "Backups");
+        backups.emplace(toPath(data) / "Quillon" / "Backups");
     services.backups = backups ? &*backups : nullptr;
     services.backUpBeforeSaving = [&preferences] { return preferences.backUpBeforeSaving(); };
     // Called on the unlock worker too: a store of its own per call.

@@ -8,6 +8,7 @@
 #include "ui/FieldText.h"
 #include "ui/Icons.h"
 #include "ui/InspectorTexts.h"
+#include "ui/Paths.h"
 
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -20,15 +21,6 @@
 #include <exception>
 
 namespace quillon::ui {
-namespace {
-
-std::filesystem::path toPath(const QString& path)
-{
-    return std::filesystem::path(path.toStdString());
-}
-
-} // namespace
-
 AttachmentsPanel::AttachmentsPanel(state::DatabaseSession& session, Asker& asker, QWidget* parent)
     : QWidget(parent), session_(session), asker_(asker), list_(new QVBoxLayout), add_(new QPushButton(this))
 {

@@ -5,15 +5,6 @@
 #include "ui/VaultTexts.h"
 
 namespace quillon::ui {
-namespace {
-
-QString counted(std::size_t n, const char* one, const char* many)
-{
-    return QString::number(n) + QLatin1Char(' ') + QString::fromLatin1(n == 1 ? one : many);
-}
-
-} // namespace
-
 DeleteFlow::DeleteFlow(state::DatabaseSession& session, Asker& asker, Window window)
     : session_(session), asker_(asker), window_(std::move(window))
 {
@@ -21,12 +12,7 @@ DeleteFlow::DeleteFlow(state::DatabaseSession& session, Asker& asker, Window win
 
 QString DeleteFlow::contents(std::size_t entries, std::size_t groups)
 {
-    QStringList parts;
-    if (entries > 0)
-        parts << counted(entries, "entry", "entries");
-    if (groups > 0)
-        parts << counted(groups, "group", "groups");
-    return parts.join(QStringLiteral(" and "));
+    return vaultText::contents(entries, groups);
 }
 
 bool DeleteFlow::isOpen() const
@@ -40,8 +26,7 @@ void DeleteFlow::deleteEntry()
     if (!entry)
         return;
     if (!model::isBinEnabled(session_.document()) || model::isInsideBin(*entry)) {
-        const QString question = vaultText::permanentlyDelete.arg(vaultText::fromView(entry->title())) +
-                                 vaultText::cannotBeUndone;
+        const QString question = vaultText::permanentlyDeleteQuestion(vaultText::fromView(entry->title()));
         if (asker_.confirm(window_.parent(), question))
             session_.deletePermanently(*entry);
         return;
@@ -84,7 +69,7 @@ void DeleteFlow::deleteGroup()
     const QString name = vaultText::fromView(group->name());
     const QString also = contents.isEmpty() ? QString() : vaultText::andIts + contents;
     const bool permanent = !model::isBinEnabled(document) || model::isInsideBin(*group);
-    const QString question = permanent ? vaultText::permanentlyDelete.arg(name) + also + vaultText::cannotBeUndone
+    const QString question = permanent ? vaultText::permanentlyDeleteQuestion(name, contents)
                                        : vaultText::moveGroup.arg(name) + also + vaultText::toBin;
     if (!asker_.confirm(window_.parent(), question))
         return;

@@ -1,7 +1,7 @@
 #include "ui/DropRules.h"
 
 #include "model/Moves.h"
-#include "ui/ActionTexts.h"
+#include "ui/VaultTexts.h"
 
 #include <QMimeData>
 
@@ -114,14 +114,14 @@ bool DropRules::dropOnGroup(const QMimeData* data, const std::optional<model::Gr
         return false;
     const auto ask = [this](const QString& question) { return confirm_ && confirm_(question); };
     if (const auto entry = draggedEntry(data)) {
-        if (model::moveDeletesPermanently(*entry, *target) && !ask(actionText::permanentlyDelete(fromUtf8(entry->title()))))
+        if (model::moveDeletesPermanently(*entry, *target) && !ask(vaultText::permanentlyDeleteQuestion(fromUtf8(entry->title()))))
             return false;
         return session_.moveEntry(*entry, *target) != model::MoveResult::refused;
     }
     const auto group = *draggedGroup(data);
     if (model::moveDeletesPermanently(group, *target) &&
-        !ask(actionText::permanentlyDelete(fromUtf8(group.name()),
-                                           actionText::contents(group.allEntries().size(), group.allGroups().size()))))
+        !ask(vaultText::permanentlyDeleteQuestion(fromUtf8(group.name()),
+                                           vaultText::contents(group.allEntries().size(), group.allGroups().size()))))
         return false;
     return session_.moveGroup(group, *target, before) != model::MoveResult::refused;
 }

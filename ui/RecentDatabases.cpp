@@ -2,6 +2,7 @@
 
 #include "files/CanonicalPath.h"
 #include "state/Preferences.h"
+#include "ui/Paths.h"
 
 #include <QVariant>
 
@@ -12,7 +13,7 @@ const QString recentKey = QStringLiteral("recentDatabases");
 
 QString canonical(const QString& path)
 {
-    return QString::fromStdString(files::canonicalPath(std::filesystem::path(path.toStdString())).string());
+    return fromPath(files::canonicalPath(toPath(path)));
 }
 
 } // namespace

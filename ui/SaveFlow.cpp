@@ -2,6 +2,7 @@
 
 #include "files/CanonicalPath.h"
 #include "ui/Asker.h"
+#include "ui/Paths.h"
 #include "ui/VaultTexts.h"
 
 #include <QDateTime>
@@ -13,16 +14,6 @@
 
 namespace quillon::ui {
 namespace {
-
-std::filesystem::path toPath(const QString& path)
-{
-    return std::filesystem::path(path.toStdString());
-}
-
-QString fromPath(const std::filesystem::path& path)
-{
-    return QString::fromStdString(path.string());
-}
 
 QString nameOf(const std::filesystem::path& path)
 {

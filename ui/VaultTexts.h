@@ -5,6 +5,9 @@
 #include "model/RecycleBin.h"
 
 #include <QString>
+#include <QStringList>
+
+#include <cstddef>
 
 namespace quillon::ui::vaultText {
 
@@ -34,9 +37,27 @@ inline const QString lockedChanges = QStringLiteral("The database is locked, but
 // Deleting.
 inline const QString permanentlyDelete = QStringLiteral("Permanently delete \"%1\"");
 inline const QString cannotBeUndone = QStringLiteral("? This can't be undone.");
-inline const QString moveGroup = QStringLiteral("Move \"%1\"");
-inline const QString toBin = QStringLiteral(" to the Recycle Bin?");
 inline const QString andIts = QStringLiteral(" and its ");
+inline const QString moveGroup = QStringLiteral("Move \"%1\"");
+// What a group holds, in words: "3 entries and 1 group"; empty for an empty group.
+inline QString contents(std::size_t entries, std::size_t groups)
+{
+    const auto count = [](std::size_t n, const char* one, const char* many) {
+        return QString::number(n) + QLatin1Char(' ') + QString::fromLatin1(n == 1 ? one : many);
+    };
+    QStringList parts;
+    if (entries > 0)
+        parts << count(entries, "entry", "entries");
+    if (groups > 0)
+        parts << count(groups, "group", "groups");
+    return parts.join(QStringLiteral(" and "));
+}
+// "Permanently delete "Name"? This can't be undone.", naming what a group holds when it holds anything.
+inline QString permanentlyDeleteQuestion(const QString& name, const QString& holds = {})
+{
+    return permanentlyDelete.arg(name) + (holds.isEmpty() ? QString() : andIts + holds) + cannotBeUndone;
+}
+inline const QString toBin = QStringLiteral(" to the Recycle Bin?");
 inline const QString emptyBin = QStringLiteral("Empty the Recycle Bin? Its %1 will be deleted permanently.");
 inline const QString emptyBinItem = QStringLiteral("Empty Recycle Bin…");
 inline const QString topGroupRefusal = fromView(model::topGroupRefusal);

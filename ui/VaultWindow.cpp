@@ -7,6 +7,7 @@
 #include "ui/BrowseView.h"
 #include "ui/Clipboard.h"
 #include "ui/DeleteFlow.h"
+#include "ui/Paths.h"
 #include "ui/RecentDatabases.h"
 #include "ui/SaveFlow.h"
 #include "ui/StartScreen.h"
@@ -19,20 +20,6 @@
 #include <QTimer>
 
 namespace quillon::ui {
-namespace {
-
-std::filesystem::path toPath(const QString& path)
-{
-    return std::filesystem::path(path.toStdString());
-}
-
-QString fromPath(const std::filesystem::path& path)
-{
-    return QString::fromStdString(path.string());
-}
-
-} // namespace
-
 VaultWindow::VaultWindow(VaultContext& context, QWidget* parent)
     : QStackedWidget(parent), context_(context), session_(std::make_unique<state::DatabaseSession>(context.services))
 {

@@ -4,6 +4,7 @@
 #include "ui/Asker.h"
 #include "ui/DatabasePages.h"
 #include "ui/MainWindow.h"
+#include "ui/Paths.h"
 
 #include <QAction>
 #include <QApplication>
@@ -113,7 +114,7 @@ VaultWindow* Windows::newTab()
 VaultWindow* Windows::open(const QString& path, MainWindow* host, VaultWindow* reusable)
 {
     files_.prune();
-    if (const auto owner = files_.owner(std::filesystem::path(path.toStdString()))) {
+    if (const auto owner = files_.owner(toPath(path))) {
         for (auto* vault : all_)
             if (vault->session().owner() == owner) {
                 bringForward(vault);
@@ -257,7 +258,7 @@ bool Windows::restore(const state::Session& session)
 {
     const auto plan = state::restorePlan(session, [this](const QString& path) {
         files_.prune();
-        return files_.owner(std::filesystem::path(path.toStdString())) != nullptr;
+        return files_.owner(toPath(path)) != nullptr;
     });
     VaultWindow* front = nullptr;
     for (const auto& group : plan) {
