@@ -4,6 +4,7 @@
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
 #include "ui/Icons.h"
+#include "ui/KeyFileRow.h"
 #include "ui/TypedSecret.h"
 
 #include <QDialogButtonBox>
@@ -66,28 +67,16 @@ CredentialsDialog::CredentialsDialog(const CredentialsPage& page, Asker& asker, 
     message_->setFont(messageFont);
     message_->hide();
 
-    keyFileName_ = new QLabel(this);
-    keyFileName_->setObjectName(QStringLiteral("keyFileName"));
-    chooseKeyFile_ = new QPushButton(QStringLiteral("Key File…"), this);
-    chooseKeyFile_->setObjectName(QStringLiteral("chooseKeyFile"));
-    chooseKeyFile_->setAutoDefault(false);
-    removeKeyFile_ = new QToolButton(this);
-    removeKeyFile_->setObjectName(QStringLiteral("removeKeyFile"));
-    removeKeyFile_->setIcon(icons::removeKeyFile());
-    removeKeyFile_->setAutoRaise(true);
-    removeKeyFile_->setToolTip(QStringLiteral("Remove key file"));
-    removeKeyFile_->setAccessibleName(QStringLiteral("Remove key file"));
+    const KeyFileRow keyFileRow = makeKeyFileRow(this);
+    keyFileName_ = keyFileRow.name;
+    chooseKeyFile_ = keyFileRow.choose;
+    removeKeyFile_ = keyFileRow.remove;
     connect(chooseKeyFile_, &QPushButton::clicked, this, &CredentialsDialog::chooseKeyFile);
     connect(removeKeyFile_, &QToolButton::clicked, this, [this] {
         keyFile_.reset();
         refresh();
     });
-    auto* keyRow = new QHBoxLayout;
-    keyRow->addStretch();
-    keyRow->addWidget(keyFileName_);
-    keyRow->addWidget(removeKeyFile_);
-    keyRow->addWidget(chooseKeyFile_);
-    keyRow->addStretch();
+    QHBoxLayout* keyRow = keyFileRow.layout;
     for (QWidget* part : {static_cast<QWidget*>(keyFileName_), static_cast<QWidget*>(chooseKeyFile_),
                           static_cast<QWidget*>(removeKeyFile_)})
         part->setVisible(page.offersKeyFile);

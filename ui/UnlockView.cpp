@@ -4,6 +4,7 @@
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
 #include "ui/Icons.h"
+#include "ui/KeyFileRow.h"
 #include "ui/TypedSecret.h"
 
 #include <QAction>
@@ -51,25 +52,13 @@ UnlockView::UnlockView(state::DatabaseSession& session, Asker& asker, QWidget* p
     holderLayout->addWidget(field_);
     connect(field_, &QLineEdit::returnPressed, this, &UnlockView::unlock);
 
-    keyFileName_ = new QLabel(this);
-    keyFileName_->setObjectName(QStringLiteral("keyFileName"));
-    chooseKeyFile_ = new QPushButton(QStringLiteral("Key File…"), this);
-    chooseKeyFile_->setObjectName(QStringLiteral("chooseKeyFile"));
-    chooseKeyFile_->setAutoDefault(false);
-    removeKeyFile_ = new QToolButton(this);
-    removeKeyFile_->setObjectName(QStringLiteral("removeKeyFile"));
-    removeKeyFile_->setIcon(icons::removeKeyFile());
-    removeKeyFile_->setAutoRaise(true);
-    removeKeyFile_->setToolTip(QStringLiteral("Remove key file"));
-    removeKeyFile_->setAccessibleName(QStringLiteral("Remove key file"));
+    const KeyFileRow keyFileRow = makeKeyFileRow(this);
+    keyFileName_ = keyFileRow.name;
+    chooseKeyFile_ = keyFileRow.choose;
+    removeKeyFile_ = keyFileRow.remove;
     connect(chooseKeyFile_, &QPushButton::clicked, this, &UnlockView::chooseKeyFile);
     connect(removeKeyFile_, &QToolButton::clicked, this, [this] { session_.setPendingKeyFile(std::nullopt); });
-    auto* keyRow = new QHBoxLayout;
-    keyRow->addStretch();
-    keyRow->addWidget(keyFileName_);
-    keyRow->addWidget(removeKeyFile_);
-    keyRow->addWidget(chooseKeyFile_);
-    keyRow->addStretch();
+    QHBoxLayout* keyRow = keyFileRow.layout;
 
     unlock_ = new QToolButton(this);
     unlock_->setObjectName(QStringLiteral("unlockButton"));
