@@ -3,7 +3,6 @@
 #include "state/DatabaseSession.h"
 #include "state/UnlockTexts.h"
 #include "ui/Asker.h"
-#include "ui/Icons.h"
 #include "ui/KeyFileRow.h"
 #include "ui/TypedSecret.h"
 
