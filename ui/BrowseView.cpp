@@ -101,9 +101,9 @@ BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     header->setStretchLastSection(false);
     header->setSectionResizeMode(QHeaderView::Interactive);
     header->setSectionResizeMode(EntryTableModel::title, QHeaderView::Stretch);
-    header->resizeSection(EntryTableModel::username, 170);
-    header->resizeSection(EntryTableModel::password, 110);
-    header->resizeSection(EntryTableModel::modified, 150);
+    header->resizeSection(EntryTableModel::username, 140);
+    header->resizeSection(EntryTableModel::password, 80);
+    header->resizeSection(EntryTableModel::modified, 160);
     auto* chevrons = new ChevronHeaderStyle;
     chevrons->setParent(header);
     header->setStyle(chevrons);
@@ -180,7 +180,7 @@ void BrowseView::addDetailPane(QWidget* pane)
 {
     splitter_->addWidget(pane);
     splitter_->setStretchFactor(splitter_->indexOf(pane), 2);
-    splitter_->setSizes({200, 460, 340});
+    splitter_->setSizes({190, 430, 430}); // the inspector's rows want about 430 pixels
 }
 
 void BrowseView::setSearchScope(model::SearchScope scope)
