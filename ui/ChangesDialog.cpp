@@ -116,22 +116,34 @@ QStringList mergeLines(const model::MergeSummary& s)
         lines << QString::fromUtf8(word.data(), static_cast<qsizetype>(word.size())) + QStringLiteral(": ") +
                      text(line.name);
     }
-    if (!lines.isEmpty())
-        lines << QString();
-    lines << QStringLiteral("Entries: %1 added, %2 updated, %3 changed in both, %4 deleted, %5 kept after deletion, "
-                            "%6 moved, %7 to the Recycle Bin.")
-                 .arg(s.entriesAdded)
-                 .arg(s.entriesUpdated)
-                 .arg(s.conflicts)
-                 .arg(s.entriesDeleted)
-                 .arg(s.entriesKept)
-                 .arg(s.entriesMoved)
-                 .arg(s.intoBin);
-    lines << QStringLiteral("Groups: %1 added, %2 changed, %3 deleted. Settings: %4 changed.")
-                 .arg(s.groupsAdded)
-                 .arg(s.groupsChanged)
-                 .arg(s.groupsDeleted)
-                 .arg(s.settingsChanged);
+    // The counts that are not zero, one line for entries and one for groups and settings.
+    const auto counts = [](const QString& label, std::initializer_list<std::pair<std::size_t, const char*>> parts) {
+        QStringList said;
+        for (const auto& [count, what] : parts)
+            if (count > 0)
+                said << QStringLiteral("%1 %2").arg(count).arg(QLatin1String(what));
+        return said.isEmpty() ? QString() : label + said.join(QStringLiteral(", ")) + QLatin1Char('.');
+    };
+    const QStringList totals = {
+        counts(QStringLiteral("Entries: "), {{s.entriesAdded, "added"},
+                                             {s.entriesUpdated, "updated"},
+                                             {s.conflicts, "changed in both"},
+                                             {s.entriesDeleted, "deleted"},
+                                             {s.entriesKept, "kept after deletion"},
+                                             {s.entriesMoved, "moved"},
+                                             {s.intoBin, "to the Recycle Bin"}}),
+        counts(QStringLiteral("Groups: "), {{s.groupsAdded, "added"}, {s.groupsChanged, "changed"},
+                                            {s.groupsDeleted, "deleted"}}),
+        counts(QStringLiteral("Settings: "), {{s.settingsChanged, "changed"}}),
+    };
+    bool first = true;
+    for (const auto& total : totals) {
+        if (total.isEmpty())
+            continue;
+        if (std::exchange(first, false) && !lines.isEmpty())
+            lines << QString();
+        lines << total;
+    }
     return lines;
 }
 
@@ -146,7 +158,7 @@ ChangesDialog::ChangesDialog(const QString& title, const QString& heading, const
     heading_->setWordWrap(true);
     list_ = new QPlainTextEdit(this);
     list_->setReadOnly(true);
-    list_->setLineWrapMode(QPlainTextEdit::NoWrap);
+    list_->setLineWrapMode(QPlainTextEdit::WidgetWidth);
     list_->setPlainText(lines.join(QLatin1Char('\n')));
     list_->setAccessibleName(title);
     list_->setVisible(!lines.isEmpty());
