@@ -13,6 +13,9 @@
 #include "ui/EntryInspector.h"
 #include "ui/GeneratorBox.h"
 #include "ui/HistoryMenu.h"
+#include "ui/ChangesDialog.h"
+#include "ui/MergeController.h"
+#include "files/DatabaseFile.h"
 #include "ui/MainWindow.h"
 #include "ui/OneTimePanel.h"
 #include "ui/SaveFlow.h"
@@ -50,11 +53,16 @@ public:
     void warn(QWidget*, const QString&, const QString&) override {}
     bool confirm(QWidget*, const QString&, const QString&) override { return false; }
     ui::SaveAnswer askToSave(QWidget*, const QString&, const QString&) override { return ui::SaveAnswer::cancel; }
-    std::optional<QString> chooseFile(QWidget*, const QString&, const QString&) override { return std::nullopt; }
+    std::optional<QString> chooseFile(QWidget*, const QString&, const QString&) override
+    {
+        return files.isEmpty() ? std::nullopt : std::optional(files.takeFirst());
+    }
     std::optional<QString> chooseSaveFile(QWidget*, const QString&, const QString&, const QString&) override
     {
         return std::nullopt;
     }
+    // What the next file choosers answer.
+    QStringList files;
 };
 
 bool save(QWidget* widget, const QString& dir, const char* name)
@@ -302,5 +310,42 @@ int main(int argc, char** argv)
         duress->reject();
     }
     settings->reject();
+
+    // Reviewing and merging: an edit in the window, another program's edit of the file, another copy merged in.
+    auto& merging = inspected->session();
+    auto* merger = inspected->findChild<ui::MergeController*>();
+    const auto editElsewhere = [](const QString& path, std::string_view title) {
+        kdbx::Credentials credentials;
+        credentials.password = kdbx::SecureBytes::fromText("demo");
+        auto file = kdbx::KdbxFile::open(files::readDiskBytes(path.toStdString()).bytes, credentials);
+        model::Document document(file->document);
+        document.newEntry(*document.topGroup(), title).setField("UserName", "sam@example.com", false);
+        const auto bytes = file->save(credentials);
+        QFile written(path);
+        return written.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+               written.write(reinterpret_cast<const char*>(bytes.data()), static_cast<qint64>(bytes.size())) ==
+                   static_cast<qint64>(bytes.size());
+    };
+    if (!merger || !editElsewhere(third, "Added on the laptop") || !editElsewhere(second, "Added at work")) {
+        std::fputs("the merge screens could not be set up\n", stderr);
+        return 1;
+    }
+    const auto firstEntry = merging.document().topGroup()->allEntries().front();
+    merging.editFields(firstEntry, {{"UserName", "pat@example.com"}, {"Password", "typed-in-the-window", true}});
+    merger->reviewChanges();
+    finishJobs();
+    if (merger->dialog())
+        ok &= save(merger->dialog(), out, "60-review-changes");
+    merger->mergeFromDisk();
+    finishJobs();
+    finishJobs();
+    if (merger->dialog())
+        ok &= save(merger->dialog(), out, "61-merge-from-disk");
+    asker.files << second;
+    merger->setPasswordAsker([](QWidget*, const QString&) { return std::optional(kdbx::SecureBytes::fromText("demo")); });
+    merger->mergeFromDatabase();
+    finishJobs();
+    if (merger->dialog())
+        ok &= save(merger->dialog(), out, "62-merge-from-database");
     return ok ? 0 : 1;
 }

@@ -196,6 +196,8 @@ void DatabaseSession::adopt(std::optional<std::filesystem::path> location, std::
         services_.openFiles->claim(*location, owner_);
     location_ = std::move(location);
     unlockSource_.reset();
+    lastBytes_.reset(); // not read here: a review shows everything as new
+    lastCredentials_.reset();
     auto database = std::make_unique<files::DatabaseFile>(location_.value_or(std::filesystem::path()), std::move(file),
                                                           std::move(stamp));
     attach(std::move(database), std::move(credentials));
@@ -228,6 +230,7 @@ const std::optional<files::DiskStamp> &DatabaseSession::stamp() const noexcept
 void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials)
 {
     dropDocument();
+    ++attached_;
     file_ = std::move(file);
     credentials_ = std::move(credentials);
     document_ = std::make_unique<model::Document>(file_->file().document, services_.clock);
@@ -259,6 +262,7 @@ void DatabaseSession::dropDocument()
     if (document_)
         document_->setObserver(nullptr);
     document_.reset();
+    ++attached_;
     file_.reset();
     credentials_.reset();
     if (had)
@@ -298,6 +302,14 @@ template <class Change> auto DatabaseSession::perform(const QString &text, Chang
         notifier_->flush();
         throw;
     }
+}
+
+void DatabaseSession::performChange(const QString &text, const std::function<void(Command &)> &change)
+{
+    perform(text, [&](Command &command) {
+        change(command);
+        return true;
+    });
 }
 
 bool DatabaseSession::editField(const model::Entry &entry, std::string_view name, std::string_view text)
@@ -601,6 +613,7 @@ files::PreSaveBackup::Outcome DatabaseSession::saveTo(const std::filesystem::pat
     const std::lock_guard held(services_.runBackups->mutex);
     const auto done = files::commit(encoded, location, expected, backupSetting(), services_.runBackups->record);
     afterSave(location, done.stamp, position);
+    keepLastFile(encoded.bytes);
     return done.backup;
 }
 
@@ -615,7 +628,7 @@ bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
             [sealed, location, expected](const files::BackupSetting &setting, files::PreSaveBackup &record) {
                 return files::commitSealed(*sealed, location, expected, setting, record);
             },
-            [this, location](const files::Committed &done) {
+            [this, location, sealed](const files::Committed &done) {
                 location_ = location;
                 if (services_.openFiles) {
                     services_.openFiles->claim(location, owner_);
@@ -627,6 +640,7 @@ bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
                     // Unlocked from the snapshot meanwhile: what is open stays unsaved, and the next save compares
                     // with the file just written.
                     file_->adopt(location, done.stamp);
+                    keepLastFile(*sealed);
                 }
             });
         return true;
@@ -647,7 +661,10 @@ bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
             job->finish();
             return files::commit(job->result(), location, expected, setting, record);
         },
-        [this, location, position](const files::Committed &done) { afterSave(location, done.stamp, position); });
+        [this, location, position, job](const files::Committed &done) {
+            afterSave(location, done.stamp, position);
+            keepLastFile(job->result().bytes);
+        });
     return true;
 }
 

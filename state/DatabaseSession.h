@@ -10,6 +10,7 @@
 #include "model/Document.h"
 #include "model/Entry.h"
 #include "model/Group.h"
+#include "model/Merge.h"
 #include "model/Moves.h"
 #include "model/RecycleBin.h"
 #include "model/SearchIndex.h"
@@ -185,6 +186,32 @@ public:
     // Open with credentials, or locked with a snapshot.
     bool canSave() const noexcept { return (file_ && credentials_) || lockedSnapshot_; }
 
+    // --- Comparing and merging -------------------------------------------------------------------------
+    // A file decoded on a worker; no file and the error (wrongCredentials for a password that does not open
+    // it) on failure. bytes: what was decoded, still encrypted.
+    struct Decoded {
+        std::unique_ptr<kdbx::KdbxFile> file;
+        std::vector<std::uint8_t> bytes;
+        std::optional<files::DiskStamp> stamp;
+        bool wrongCredentials = false;
+        QString error;
+    };
+    using DecodedThen = std::function<void(Decoded)>;
+    // Whether the file as last read or written is kept (not for a database never saved, nor a decoy).
+    bool hasLastFile() const noexcept { return lastBytes_ && lastCredentials_; }
+    // Each decodes on a worker and calls `then` here later, unless the database was locked or replaced
+    // meanwhile: the file as last read or written (with the credentials it was written with), the file now at
+    // the location (with the session's), or any file with the credentials given. False when there is none.
+    bool decodeLastFile(DecodedThen then);
+    bool decodeDisk(DecodedThen then);
+    void decodeFile(const std::filesystem::path &path, kdbx::Credentials credentials, DecodedThen then);
+    // Brings theirs into the document as one command; ancestor: the version both grew from, if known.
+    model::MergeSummary mergeFrom(const model::DocumentSide &theirs, const model::DocumentSide *ancestor);
+    // The same with the file now on disk (from decodeDisk): the command also makes that version the one the
+    // next save expects and the one later merges start from, so that the save writes over it without asking;
+    // undoing the merge takes that back too.
+    model::MergeSummary mergeFromDisk(Decoded &disk, const model::DocumentSide *ancestor);
+
     // --- What a killed save left behind ------------------------------------------------------------------
     // After each unlock from the file, a newer temporary file of the writer beside it is decoded on a worker
     // with the same credentials: leftoverFound offers it, leftoverUnreadable names one that does not open.
@@ -253,6 +280,8 @@ private:
     struct LeftoverResult;
 
     template <class Change> auto perform(const QString &text, Change &&change);
+    // perform for the other source files of the class.
+    void performChange(const QString &text, const std::function<void(Command &)> &change);
     // Before anything changes the document, its headers or the credentials: a save's encoding is done.
     void finishEncoding();
     // From a worker: runs `then` on the session's thread later, unless the session has gone by then (it owns
@@ -268,6 +297,9 @@ private:
     void commitInBackground(std::function<files::Committed(const files::BackupSetting &, files::PreSaveBackup &)> write,
                             std::function<void(const files::Committed &)> adopt);
     void lookForLeftover();
+    void decodeLater(std::function<Decoded()> decode, DecodedThen then);
+    // The file just read or written, which opens with the session's credentials.
+    void keepLastFile(std::vector<std::uint8_t> bytes);
     void finishLeftover(std::uint64_t token, const std::filesystem::path &path, LeftoverResult result);
 
     void lockToFile();
@@ -302,6 +334,12 @@ private:
     std::optional<files::DiskStamp> keptStamp_;
     std::optional<std::vector<std::uint8_t>> heldSnapshot_;
     std::unique_ptr<kdbx::KdbxFile> leftover_;
+    // The file as last read or written, encrypted, and what opens it. A lock drops the credentials, and the
+    // bytes too unless changes are sealed (an unlock from the seal brings the credentials back).
+    std::shared_ptr<const std::vector<std::uint8_t>> lastBytes_;
+    std::optional<kdbx::Credentials> lastCredentials_;
+    // Counts the documents attached, so a late decoding for an earlier one is dropped.
+    std::uint64_t attached_ = 0;
     lock::PINGate pinGate_;
     std::optional<kdbx::Credentials> passwordForNewPIN_;
     std::optional<kdbx::SecureBytes> pendingPIN_;

@@ -13,6 +13,7 @@ namespace quillon::state {
 struct DatabaseSession::AttemptResult {
     std::unique_ptr<kdbx::KdbxFile> file;
     std::optional<files::DiskStamp> stamp;
+    std::vector<std::uint8_t> bytes; // from the file: kept, encrypted, as the version later merges start from
     bool decoy = false;
     bool wrongCredentials = false;
     QString error;
@@ -110,6 +111,8 @@ void DatabaseSession::showLockedFile()
 {
     dropDocument();
     keptStamp_.reset();
+    lastBytes_.reset();
+    lastCredentials_.reset();
     lockedSnapshot_.reset();
     heldSnapshot_.reset();
     isDecoy_ = false;
@@ -125,6 +128,7 @@ void DatabaseSession::lockWithSnapshot(std::vector<std::uint8_t> bytes)
 {
     Q_EMIT clipboardClearRequested();
     keptStamp_ = stamp();
+    lastCredentials_.reset();
     lockedSnapshot_ = std::move(bytes);
     dropDocument();
     // Nothing that was typed outlives the lock in the undo stack; the changes themselves are in the snapshot.
@@ -296,6 +300,7 @@ void DatabaseSession::runAttempt(lock::UnlockMode mode, kdbx::Credentials creden
                 if (job->source == UnlockSource::file) {
                     auto read = files::readDiskBytes(job->location);
                     result->stamp = read.stamp;
+                    result->bytes = read.bytes;
                     bytes = std::move(read.bytes);
                 } else {
                     bytes = std::move(job->snapshot);
@@ -353,6 +358,12 @@ void DatabaseSession::finishAttempt(std::uint64_t token, AttemptResult result)
         if (!hasCredentials)
             credentials_.reset();
         isDecoy_ = result.decoy;
+        if (source == UnlockSource::file)
+            keepLastFile(std::move(result.bytes));
+        else if (lastBytes_ && credentials_ && !isDecoy_)
+            lastCredentials_ = credentials_->copy(); // the seal opened with what the kept file was written with
+        else
+            lastBytes_.reset();
         undo_.clear();
         if (source == UnlockSource::file)
             undo_.markSaved();

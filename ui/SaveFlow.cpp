@@ -80,8 +80,12 @@ DiskCheck SaveFlow::checkDisk(const std::filesystem::path& location, const std::
     } else {
         question = nameOf(location) + vaultText::changedSuffix;
     }
-    if (!asker_.confirm(window_.parent(), question))
+    if (!asker_.confirm(window_.parent(), question)) {
+        // Neither version need be lost: the other one can be merged into this one, then saved.
+        if (current)
+            window_.showSubtitle(QStringLiteral("Not saved. Merge Changes From Disk… keeps both versions’ changes."));
         return {true, std::nullopt};
+    }
     return {false, current};
 }
 

@@ -6,6 +6,7 @@
 #include "ui/ExpandedGroups.h"
 #include "ui/GeneratorBox.h"
 #include "ui/InspectorTexts.h"
+#include "ui/MergeController.h"
 #include "ui/OneTimePanel.h"
 #include "ui/VaultActions.h"
 #include "ui/VaultWindow.h"
@@ -52,6 +53,7 @@ QWidget* makeUnlockedPage(VaultWindow& vault)
 {
     auto* view = new BrowseView(vault.session(), &vault);
     auto* actions = new VaultActions(vault, *view);
+    new MergeController(vault, view);
     new ExpandedGroups(*view->groupTree(), view->groupModel(), vault.session(), vault.context().preferences);
     takeOnDatabasePages(vault, view);
     auto* inspector = new EntryInspector(vault);
