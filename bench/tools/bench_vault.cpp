@@ -247,10 +247,10 @@ int main(int argc, char** argv)
         auto* header = table->horizontalHeader();
         note("click Title (ascending) to repaint, ms",
              paints.time(inTable, [&] { clickHeader(header, ui::EntryTableModel::title); }));
-        note("  of which the click itself, ms", paints.inAction);
+        note("  of which the click on Title itself, ms", paints.inAction);
         note("click Modified (ascending) to repaint, ms",
              paints.time(inTable, [&] { clickHeader(header, ui::EntryTableModel::modified); }));
-        note("  of which the click itself, ms", paints.inAction);
+        note("  of which the click on Modified itself, ms", paints.inAction);
         note("click Modified (descending) to repaint, ms",
              paints.time(inTable, [&] { clickHeader(header, ui::EntryTableModel::modified); }));
         note("click Modified (back to file order) to repaint, ms",
