@@ -1,5 +1,6 @@
 // quillon under Xvfb: open a database from the command line, unlock it by typing, lock it with Ctrl+L, hand a
-// second file over from another process, and quit with Ctrl+Q.
+// second file over from another process, save with Ctrl+S, copy a password to the X clipboard, and quit with
+// Ctrl+Q.
 #include "tests/support/Peers.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
@@ -270,6 +271,72 @@ TEST(WindowedProgram, ctrlSWritesAFileOthersOpenAndAsksBeforeOverwritingAnotherP
     desktop.xdo({"key", "ctrl+q"});
     EXPECT_EQ(app.wait(20s), 0);
     EXPECT_EQ(readAll(path), theirs);
+}
+
+// Ctrl+Shift+C puts the selected entry's password on the X clipboard, where another program reads it, and the
+// program takes it off again once the hold (15 s) is over.
+TEST(WindowedProgram, copiedPasswordIsOnTheXClipboardAndGoneAfterTheHold)
+{
+    const auto xvfb = findInPath("Xvfb");
+    const auto xdotool = findInPath("xdotool");
+    const auto xclip = findInPath("xclip");
+    QUILLON_REQUIRE_PEER(xvfb && xdotool ? xvfb : std::nullopt, "Xvfb and xdotool");
+    QUILLON_REQUIRE_PEER(xclip, "xclip");
+    std::unique_ptr<Background> server;
+    const auto display = startXvfb(*xvfb, server);
+    ASSERT_TRUE(display) << "Xvfb did not start";
+    const Desktop desktop(*xdotool, *display);
+
+    TempDir dir;
+    std::filesystem::create_directories(dir / "home");
+    std::filesystem::create_directories(dir / "run");
+    std::filesystem::permissions(dir / "run", std::filesystem::perms::owner_all);
+    const auto path = dir / "vault.kdbx";
+    writeFile(path, tinyFile(passwordOnly("right")));
+    const std::map<std::string, std::string> env = {
+        {"DISPLAY", *display},
+        {"HOME", (dir / "home").string()},
+        {"XDG_CONFIG_HOME", (dir / "home" / ".config").string()},
+        {"XDG_DATA_HOME", (dir / "home" / ".local" / "share").string()},
+        {"TMPDIR", (dir / "run").string()},
+        {"XDG_RUNTIME_DIR", (dir / "run").string()},
+        {"QT_QPA_PLATFORM", "xcb"},
+    };
+    const auto clipboard = [&] {
+        ProcessOptions options;
+        options.env["DISPLAY"] = *display;
+        options.timeout = 20s;
+        return run({xclip->string(), "-o", "-selection", "clipboard"}, options).out;
+    };
+
+    Background app({quillon, path.string()}, env);
+    const auto window = desktop.windowTitled("vault.kdbx is locked");
+    ASSERT_TRUE(window) << "no unlock screen";
+    desktop.xdo({"windowfocus", "--sync", *window});
+    desktop.xdo({"type", "--delay", "30", "right"});
+    desktop.xdo({"key", "Return"});
+    ASSERT_TRUE(desktop.windowTitled("vault.kdbx")) << "not unlocked";
+
+    // Find the entry, go down to it in the list, copy its password.
+    desktop.xdo({"key", "ctrl+f"});
+    desktop.xdo({"type", "--delay", "30", "Sample"});
+    desktop.xdo({"key", "Down"});
+    desktop.xdo({"key", "ctrl+shift+c"});
+    auto deadline = std::chrono::steady_clock::now() + 10s;
+    std::string seen;
+    while ((seen = clipboard()) != "s3cret" && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(100ms);
+    ASSERT_EQ(seen, "s3cret") << "the password did not reach the clipboard";
+
+    // Still there well inside the hold, gone a second after it.
+    std::this_thread::sleep_for(5s);
+    EXPECT_EQ(clipboard(), "s3cret");
+    std::this_thread::sleep_for(11s);
+    EXPECT_EQ(clipboard(), "") << "the password outlived the hold";
+
+    desktop.xdo({"windowfocus", "--sync", *window});
+    desktop.xdo({"key", "ctrl+q"});
+    EXPECT_EQ(app.wait(20s), 0);
 }
 
 } // namespace
