@@ -115,6 +115,24 @@ std::optional<std::string> startXvfb(const std::filesystem::path& xvfb, std::uni
     return ":" + number;
 }
 
+// A home, settings, data and runtime folder of the test's own on its X display, so the program meets nothing of
+// the user's and no other instance.
+std::map<std::string, std::string> privateEnvironment(const TempDir& dir, const std::string& display)
+{
+    std::filesystem::create_directories(dir / "home");
+    std::filesystem::create_directories(dir / "run");
+    std::filesystem::permissions(dir / "run", std::filesystem::perms::owner_all);
+    return {
+        {"DISPLAY", display},
+        {"HOME", (dir / "home").string()},
+        {"XDG_CONFIG_HOME", (dir / "home" / ".config").string()},
+        {"XDG_DATA_HOME", (dir / "home" / ".local" / "share").string()},
+        {"TMPDIR", (dir / "run").string()},
+        {"XDG_RUNTIME_DIR", (dir / "run").string()},
+        {"QT_QPA_PLATFORM", "xcb"},
+    };
+}
+
 class Desktop {
 public:
     Desktop(std::filesystem::path xdotool, std::string display) : xdotool_(std::move(xdotool)), display_(std::move(display)) {}
@@ -158,21 +176,10 @@ TEST(WindowedProgram, unlockLockHandOverAndQuitOnARealXServer)
     const Desktop desktop(*xdotool, *display);
 
     TempDir dir;
-    std::filesystem::create_directories(dir / "home");
-    std::filesystem::create_directories(dir / "run");
     std::filesystem::create_directories(dir / "databases");
-    std::filesystem::permissions(dir / "run", std::filesystem::perms::owner_all);
     writeFile(dir / "databases" / "vault.kdbx", tinyFile(passwordOnly("right")));
     writeFile(dir / "databases" / "second.kdbx", tinyFile(passwordOnly("right")));
-    const std::map<std::string, std::string> env = {
-        {"DISPLAY", *display},
-        {"HOME", (dir / "home").string()},
-        {"XDG_CONFIG_HOME", (dir / "home" / ".config").string()},
-        {"XDG_DATA_HOME", (dir / "home" / ".local" / "share").string()},
-        {"TMPDIR", (dir / "run").string()},
-        {"XDG_RUNTIME_DIR", (dir / "run").string()},
-        {"QT_QPA_PLATFORM", "xcb"},
-    };
+    const auto env = privateEnvironment(dir, *display);
 
     Background app({quillon, (dir / "databases" / "vault.kdbx").string()}, env);
     const auto window = desktop.windowTitled("vault.kdbx is locked");
@@ -224,21 +231,10 @@ TEST(WindowedProgram, ctrlSWritesAFileOthersOpenAndAsksBeforeOverwritingAnotherP
     const Desktop desktop(*xdotool, *display);
 
     TempDir dir;
-    std::filesystem::create_directories(dir / "home");
-    std::filesystem::create_directories(dir / "run");
-    std::filesystem::permissions(dir / "run", std::filesystem::perms::owner_all);
     const auto path = dir / "vault.kdbx";
     writeFile(path, tinyFile(passwordOnly("right")));
     const auto before = readAll(path);
-    const std::map<std::string, std::string> env = {
-        {"DISPLAY", *display},
-        {"HOME", (dir / "home").string()},
-        {"XDG_CONFIG_HOME", (dir / "home" / ".config").string()},
-        {"XDG_DATA_HOME", (dir / "home" / ".local" / "share").string()},
-        {"TMPDIR", (dir / "run").string()},
-        {"XDG_RUNTIME_DIR", (dir / "run").string()},
-        {"QT_QPA_PLATFORM", "xcb"},
-    };
+    const auto env = privateEnvironment(dir, *display);
 
     Background app({quillon, path.string()}, env);
     const auto window = desktop.windowTitled("vault.kdbx is locked");
@@ -288,20 +284,9 @@ TEST(WindowedProgram, copiedPasswordIsOnTheXClipboardAndGoneAfterTheHold)
     const Desktop desktop(*xdotool, *display);
 
     TempDir dir;
-    std::filesystem::create_directories(dir / "home");
-    std::filesystem::create_directories(dir / "run");
-    std::filesystem::permissions(dir / "run", std::filesystem::perms::owner_all);
     const auto path = dir / "vault.kdbx";
     writeFile(path, tinyFile(passwordOnly("right")));
-    const std::map<std::string, std::string> env = {
-        {"DISPLAY", *display},
-        {"HOME", (dir / "home").string()},
-        {"XDG_CONFIG_HOME", (dir / "home" / ".config").string()},
-        {"XDG_DATA_HOME", (dir / "home" / ".local" / "share").string()},
-        {"TMPDIR", (dir / "run").string()},
-        {"XDG_RUNTIME_DIR", (dir / "run").string()},
-        {"QT_QPA_PLATFORM", "xcb"},
-    };
+    const auto env = privateEnvironment(dir, *display);
     const auto clipboard = [&] {
         ProcessOptions options;
         options.env["DISPLAY"] = *display;
