@@ -101,8 +101,7 @@ CredentialsDialog::CredentialsDialog(const CredentialsPage& page, Asker& asker, 
     column->addWidget(first_, 0, Qt::AlignHCenter);
     column->addWidget(second_, 0, Qt::AlignHCenter);
     column->addWidget(message_);
-    if (page.offersKeyFile)
-        column->addLayout(keyRow);
+    column->addLayout(keyRow); // hidden where no key file is offered, and owned by the page either way
     column->addSpacing(6);
     column->addWidget(buttons_);
 
