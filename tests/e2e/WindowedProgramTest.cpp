@@ -159,6 +159,18 @@ public:
         }
         return std::nullopt;
     }
+    // Types the password into the unlock screen of `name` as a user would, then waits for the unlocked title.
+    // The window, or none when the unlock screen or the unlocked database never showed.
+    std::optional<std::string> unlockByTyping(const std::string& name, const std::string& password) const
+    {
+        const auto window = windowTitled(name + " is locked");
+        if (!window)
+            return std::nullopt;
+        xdo({"windowfocus", "--sync", *window});
+        xdo({"type", "--delay", "30", password});
+        xdo({"key", "Return"});
+        return windowTitled(name) ? window : std::nullopt;
+    }
 
 private:
     std::filesystem::path xdotool_;
@@ -182,12 +194,8 @@ TEST(WindowedProgram, unlockLockHandOverAndQuitOnARealXServer)
     const auto env = privateEnvironment(dir, *display);
 
     Background app({quillon, (dir / "databases" / "vault.kdbx").string()}, env);
-    const auto window = desktop.windowTitled("vault.kdbx is locked");
-    ASSERT_TRUE(window) << "no unlock screen";
-    desktop.xdo({"windowfocus", "--sync", *window});
-    desktop.xdo({"type", "--delay", "30", "right"});
-    desktop.xdo({"key", "Return"});
-    ASSERT_TRUE(desktop.windowTitled("vault.kdbx")) << "not unlocked";
+    const auto window = desktop.unlockByTyping("vault.kdbx", "right");
+    ASSERT_TRUE(window) << "no unlock screen, or it did not unlock";
 
     desktop.xdo({"key", "ctrl+l"});
     ASSERT_TRUE(desktop.windowTitled("vault.kdbx is locked")) << "Ctrl+L did not lock";
@@ -237,12 +245,8 @@ TEST(WindowedProgram, ctrlSWritesAFileOthersOpenAndAsksBeforeOverwritingAnotherP
     const auto env = privateEnvironment(dir, *display);
 
     Background app({quillon, path.string()}, env);
-    const auto window = desktop.windowTitled("vault.kdbx is locked");
-    ASSERT_TRUE(window) << "no unlock screen";
-    desktop.xdo({"windowfocus", "--sync", *window});
-    desktop.xdo({"type", "--delay", "30", "right"});
-    desktop.xdo({"key", "Return"});
-    ASSERT_TRUE(desktop.windowTitled("vault.kdbx")) << "not unlocked";
+    const auto window = desktop.unlockByTyping("vault.kdbx", "right");
+    ASSERT_TRUE(window) << "no unlock screen, or it did not unlock";
 
     desktop.xdo({"key", "ctrl+s"});
     const auto deadline = std::chrono::steady_clock::now() + 20s;
@@ -295,12 +299,8 @@ TEST(WindowedProgram, copiedPasswordIsOnTheXClipboardAndGoneAfterTheHold)
     };
 
     Background app({quillon, path.string()}, env);
-    const auto window = desktop.windowTitled("vault.kdbx is locked");
-    ASSERT_TRUE(window) << "no unlock screen";
-    desktop.xdo({"windowfocus", "--sync", *window});
-    desktop.xdo({"type", "--delay", "30", "right"});
-    desktop.xdo({"key", "Return"});
-    ASSERT_TRUE(desktop.windowTitled("vault.kdbx")) << "not unlocked";
+    const auto window = desktop.unlockByTyping("vault.kdbx", "right");
+    ASSERT_TRUE(window) << "no unlock screen, or it did not unlock";
 
     // Find the entry, go down to it in the list, copy its password.
     desktop.xdo({"key", "ctrl+f"});
