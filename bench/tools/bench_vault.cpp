@@ -9,6 +9,7 @@
 // keepassxc-cli can be timed on the same file).
 #include "state/Preferences.h"
 #include "bench/support/BenchDatabase.h"
+#include "bench/support/SilentAsker.h"
 #include "ui/Asker.h"
 #include "ui/BrowseView.h"
 #include "ui/Clipboard.h"
@@ -44,25 +45,6 @@
 using namespace quillon;
 
 namespace {
-
-class SilentAsker final : public ui::Asker {
-public:
-    void warn(QWidget*, const QString& message, const QString&) override
-    {
-        std::fprintf(stderr, "alert: %s\n", qPrintable(message));
-    }
-    bool confirm(QWidget*, const QString& message, const QString&) override
-    {
-        std::fprintf(stderr, "question: %s\n", qPrintable(message));
-        return false;
-    }
-    ui::SaveAnswer askToSave(QWidget*, const QString&, const QString&) override { return ui::SaveAnswer::cancel; }
-    std::optional<QString> chooseFile(QWidget*, const QString&, const QString&) override { return std::nullopt; }
-    std::optional<QString> chooseSaveFile(QWidget*, const QString&, const QString&, const QString&) override
-    {
-        return std::nullopt;
-    }
-};
 
 // Resident memory in MiB, after handing freed heap back so that what is counted is what is held.
 double residentMiB()
@@ -183,7 +165,7 @@ int main(int argc, char** argv)
     QApplication application(argc, argv);
     state::Preferences preferences(scratch.filePath(QStringLiteral("settings.ini")));
     ui::Clipboard clipboard(QApplication::clipboard());
-    SilentAsker asker;
+    bench::SilentAsker asker;
     auto windows = std::make_unique<ui::Windows>(asker, clipboard, preferences, state::SessionServices{});
     PaintWatch paints;
     application.installEventFilter(&paints);

@@ -6,6 +6,7 @@
 // 250 ms after that.
 #include "state/Preferences.h"
 #include "bench/support/BenchDatabase.h"
+#include "bench/support/SilentAsker.h"
 #include "ui/Asker.h"
 #include "ui/Clipboard.h"
 #include "ui/MainWindow.h"
@@ -25,21 +26,6 @@
 using namespace quillon;
 
 namespace {
-
-class SilentAsker final : public ui::Asker {
-public:
-    void warn(QWidget*, const QString& message, const QString&) override
-    {
-        std::fprintf(stderr, "alert: %s\n", qPrintable(message));
-    }
-    bool confirm(QWidget*, const QString&, const QString&) override { return false; }
-    ui::SaveAnswer askToSave(QWidget*, const QString&, const QString&) override { return ui::SaveAnswer::cancel; }
-    std::optional<QString> chooseFile(QWidget*, const QString&, const QString&) override { return std::nullopt; }
-    std::optional<QString> chooseSaveFile(QWidget*, const QString&, const QString&, const QString&) override
-    {
-        return std::nullopt;
-    }
-};
 
 class FirstPaint final : public QObject {
 public:
@@ -81,7 +67,7 @@ int main(int argc, char** argv)
     QApplication application(argc, argv);
     state::Preferences preferences(scratch.filePath(QStringLiteral("settings.ini")));
     ui::Clipboard clipboard(QApplication::clipboard());
-    SilentAsker asker;
+    bench::SilentAsker asker;
     auto windows = std::make_unique<ui::Windows>(asker, clipboard, preferences, state::SessionServices{});
 
     // Application to first paint of the unlock screen, the in-process share of a launch.
