@@ -71,10 +71,12 @@ public:
     {
         if (journal)
             journal->inserted(element);
-        if (isItem(element))
+        if (isItem(element)) {
+            session_.sortKeys_.add(element);
             Q_EMIT session_.itemInserted(element, kindOf(element));
-        else
+        } else {
             metaTouched_ = true;
+        }
     }
     void aboutToRemove(pugi::xml_node element) override
     {
@@ -82,8 +84,10 @@ public:
             journal->aboutToRemove(element);
         flush();
         removing_ = isItem(element) ? std::optional(kindOf(element)) : std::nullopt;
-        if (removing_)
+        if (removing_) {
             Q_EMIT session_.itemAboutToBeRemoved(element, *removing_, rowOf(element));
+            session_.sortKeys_.remove(element);
+        }
     }
     void removed(pugi::xml_node parent) override
     {
@@ -133,8 +137,10 @@ public:
     void flush()
     {
         const auto changed = std::exchange(changed_, {});
-        for (const auto element : changed)
+        for (const auto element : changed) {
+            session_.sortKeys_.update(element);
             Q_EMIT session_.itemChanged(element, kindOf(element));
+        }
         if (std::exchange(metaTouched_, false))
             Q_EMIT session_.databaseChanged();
     }
@@ -227,7 +233,19 @@ const std::optional<files::DiskStamp> &DatabaseSession::stamp() const noexcept
     return file_ ? file_->stamp() : keptStamp_;
 }
 
-void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials)
+std::unique_ptr<DatabaseSession::Prepared> DatabaseSession::prepare(pugi::xml_document &tree)
+{
+    auto prepared = std::make_unique<Prepared>();
+    model::Document document(tree);
+    if (const auto top = document.topGroup())
+        prepared->sortKeys.gather(top->element());
+    prepared->searchIndex = std::make_unique<model::SearchIndex>(document);
+    prepared->searchIndex->prepare(model::SearchScope::everywhere);
+    return prepared;
+}
+
+void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials,
+                             std::unique_ptr<Prepared> prepared)
 {
     dropDocument();
     ++attached_;
@@ -235,7 +253,15 @@ void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Cr
     credentials_ = std::move(credentials);
     document_ = std::make_unique<model::Document>(file_->file().document, services_.clock);
     document_->setObserver(notifier_.get());
-    searchIndex_ = std::make_unique<model::SearchIndex>(*document_);
+    if (prepared) {
+        sortKeys_ = std::move(prepared->sortKeys);
+        searchIndex_ = std::move(prepared->searchIndex);
+        searchIndex_->rebind(*document_);
+    } else {
+        if (const auto top = document_->topGroup())
+            sortKeys_.gather(top->element());
+        searchIndex_ = std::make_unique<model::SearchIndex>(*document_);
+    }
     Q_EMIT documentReset();
 }
 
@@ -259,6 +285,7 @@ void DatabaseSession::dropDocument()
     if (searchIndex_)
         searchIndex_->clear();
     searchIndex_.reset();
+    sortKeys_.clear();
     if (document_)
         document_->setObserver(nullptr);
     document_.reset();

@@ -14,6 +14,7 @@
 #include "model/Moves.h"
 #include "model/RecycleBin.h"
 #include "model/SearchIndex.h"
+#include "state/SortKeys.h"
 #include "state/UndoStack.h"
 
 #include <QDateTime>
@@ -125,6 +126,8 @@ public:
     // The stamp of the file as last read or written; kept while the changes are sealed in a locked snapshot.
     const std::optional<files::DiskStamp> &stamp() const noexcept;
     model::SearchIndex &searchIndex() noexcept { return *searchIndex_; }
+    // Kept up to date by every change the session makes; empty while locked.
+    const SortKeys &sortKeys() const noexcept { return sortKeys_; }
     const lock::PINGate &pinGate() const noexcept { return pinGate_; }
     bool hasLockedSnapshot() const noexcept { return lockedSnapshot_.has_value(); }
     bool hasHeldSnapshot() const noexcept { return heldSnapshot_.has_value(); }
@@ -287,7 +290,14 @@ private:
     // From a worker: runs `then` on the session's thread later, unless the session has gone by then (it owns
     // the only strong reference to the receiver).
     static void postBack(const std::weak_ptr<QObject> &receiver, std::function<void()> then);
-    void attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials);
+    // What the windows need of a large tree, made on the thread that decoded it.
+    struct Prepared {
+        SortKeys sortKeys;
+        std::unique_ptr<model::SearchIndex> searchIndex;
+    };
+    static std::unique_ptr<Prepared> prepare(pugi::xml_document &tree);
+    void attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials,
+                std::unique_ptr<Prepared> prepared = {});
     void dropDocument();
     void dirtyMaybeChanged();
     void afterSave(const std::filesystem::path &location, const files::DiskStamp &stamp, std::uint64_t position);
@@ -321,6 +331,7 @@ private:
     std::unique_ptr<files::DatabaseFile> file_;
     std::unique_ptr<model::Document> document_;
     std::unique_ptr<model::SearchIndex> searchIndex_;
+    SortKeys sortKeys_;
     std::unique_ptr<Notifier> notifier_;
     UndoStack undo_;
     bool lastDirty_ = false;

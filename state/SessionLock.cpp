@@ -12,6 +12,7 @@ namespace quillon::state {
 
 struct DatabaseSession::AttemptResult {
     std::unique_ptr<kdbx::KdbxFile> file;
+    std::unique_ptr<Prepared> prepared;
     std::optional<files::DiskStamp> stamp;
     std::vector<std::uint8_t> bytes; // from the file: kept, encrypted, as the version later merges start from
     bool decoy = false;
@@ -306,6 +307,7 @@ void DatabaseSession::runAttempt(lock::UnlockMode mode, kdbx::Credentials creden
                     bytes = std::move(job->snapshot);
                 }
                 result->file = kdbx::KdbxFile::open(std::move(bytes), job->credentials, job->cancel.get());
+                result->prepared = prepare(result->file->document);
             }
         } catch (const kdbx::Cancelled &) {
             return; // abandoned: nobody waits for it
@@ -354,7 +356,8 @@ void DatabaseSession::finishAttempt(std::uint64_t token, AttemptResult result)
         auto database = std::make_unique<files::DatabaseFile>(location_.value_or(std::filesystem::path()),
                                                               std::move(result.file), std::move(stampNow));
         const bool hasCredentials = unlockMode_ != lock::UnlockMode::duressAtPIN && credentials;
-        attach(std::move(database), hasCredentials ? std::move(*credentials) : kdbx::Credentials());
+        attach(std::move(database), hasCredentials ? std::move(*credentials) : kdbx::Credentials(),
+               std::move(result.prepared));
         if (!hasCredentials)
             credentials_.reset();
         isDecoy_ = result.decoy;

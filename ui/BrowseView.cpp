@@ -82,6 +82,7 @@ BrowseView::BrowseView(state::DatabaseSession& session, QWidget* parent)
     groupModel_->setDropRules(&dropRules_);
 
     sortProxy_->setSourceModel(entryModel_);
+    sortProxy_->setSortKeys(&session.sortKeys());
     sortProxy_->setDropRules(&dropRules_);
     table_->setModel(sortProxy_);
     table_->setAccessibleName(browseText::entriesName);

@@ -1,23 +1,19 @@
 #include "ui/EntrySortProxy.h"
 
 #include "ui/DropRules.h"
+#include "state/SortKeys.h"
 #include "ui/EntryTableModel.h"
 
 #include <QLocale>
 #include <QMimeData>
 
+#include <algorithm>
+#include <numeric>
+
 namespace quillon::ui {
 
-EntrySortProxy::EntrySortProxy(QObject* parent) : QSortFilterProxyModel(parent)
+EntrySortProxy::EntrySortProxy(QObject* parent) : QAbstractProxyModel(parent), collator_(state::SortKeys::collator())
 {
-    // Under the C locale Qt compares code points, which has neither numbers by value nor case folding.
-    if (QLocale().language() == QLocale::C)
-        collator_.setLocale(QLocale(QLocale::English, QLocale::UnitedStates));
-    collator_.setNumericMode(true);
-    collator_.setCaseSensitivity(Qt::CaseInsensitive);
-    setSortRole(EntryTableModel::sortRole);
-    // Document order until a header is clicked.
-    sort(-1);
 }
 
 bool EntrySortProxy::isSortable(int column) noexcept
@@ -47,106 +43,373 @@ void EntrySortProxy::headerClicked(int column)
 
 void EntrySortProxy::setSourceModel(QAbstractItemModel* source)
 {
+    beginResetModel();
     if (sourceModel())
         disconnect(sourceModel(), nullptr, this, nullptr);
-    forgetAll();
+    QAbstractProxyModel::setSourceModel(source);
     entries_ = qobject_cast<const EntryTableModel*>(source);
-    // Connected ahead of the base class, so that stale keys are gone before it sorts again.
     if (source) {
-        connect(source, &QAbstractItemModel::dataChanged, this,
-                [this](const QModelIndex& from, const QModelIndex& to) { forgetRows({}, from.row(), to.row()); });
-        connect(source, &QAbstractItemModel::rowsAboutToBeRemoved, this, &EntrySortProxy::forgetRows);
-        connect(source, &QAbstractItemModel::modelAboutToBeReset, this, &EntrySortProxy::forgetAll);
-        connect(source, &QAbstractItemModel::layoutAboutToBeChanged, this, &EntrySortProxy::forgetAll);
+        using M = QAbstractItemModel;
+        using P = EntrySortProxy;
+        connect(source, &M::modelAboutToBeReset, this, &P::sourceAboutToReset);
+        connect(source, &M::modelReset, this, &P::sourceReset);
+        connect(source, &M::rowsAboutToBeInserted, this, &P::sourceAboutToInsert);
+        connect(source, &M::rowsInserted, this, &P::sourceInserted);
+        connect(source, &M::rowsAboutToBeRemoved, this, &P::sourceAboutToRemove);
+        connect(source, &M::rowsRemoved, this, &P::sourceRemoved);
+        connect(source, &M::rowsAboutToBeMoved, this, &P::sourceAboutToMove);
+        connect(source, &M::rowsMoved, this, &P::sourceMoved);
+        connect(source, &M::layoutAboutToBeChanged, this, &P::sourceAboutToLayout);
+        connect(source, &M::layoutChanged, this, &P::sourceLayoutChanged);
+        connect(source, &M::dataChanged, this, &P::sourceDataChanged);
+        connect(source, &M::headerDataChanged, this, &M::headerDataChanged);
     }
-    QSortFilterProxyModel::setSourceModel(source);
+    sortColumn_.reset();
+    direction_ = SortDirection::original;
+    order_.clear();
+    position_.clear();
+    textKeys_.clear();
+    timeKeys_.clear();
+    endResetModel();
 }
 
 void EntrySortProxy::sort(int column, Qt::SortOrder order)
 {
-    const int rows = entries_ && isSortable(column) ? sourceModel()->rowCount() : 0;
-    for (int row = 0; row < rows; ++row) {
-        const auto at = sourceModel()->index(row, column);
-        if (column == EntryTableModel::modified)
-            rowTime_.push_back(timeKey(keyOf(at), at));
-        else
-            rowText_.push_back(&textKey(keyOf(at), at));
+    if (!sourceModel())
+        return;
+    Q_EMIT layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
+    // What each persistent index shows, by source row, before the order changes.
+    const auto held = persistentIndexList();
+    std::vector<int> rows;
+    rows.reserve(std::size_t(held.size()));
+    for (const auto& index : held)
+        rows.push_back(mapToSource(index).row());
+
+    if (isSortable(column) && entries_) {
+        sortColumn_ = column;
+        direction_ = order == Qt::AscendingOrder ? SortDirection::ascending : SortDirection::descending;
+    } else {
+        sortColumn_.reset();
+        direction_ = SortDirection::original;
     }
-    QSortFilterProxyModel::sort(column, order);
-    rowText_.clear();
-    rowTime_.clear();
+    reorder();
+
+    QModelIndexList moved;
+    moved.reserve(held.size());
+    for (qsizetype i = 0; i < held.size(); ++i) {
+        const auto row = rows[std::size_t(i)];
+        moved.push_back(row < 0 ? QModelIndex() : mapFromSource(sourceModel()->index(row, held[i].column())));
+    }
+    changePersistentIndexList(held, moved);
+    Q_EMIT layoutChanged({}, QAbstractItemModel::VerticalSortHint);
 }
 
-void EntrySortProxy::forgetRows(const QModelIndex& parent, int first, int last)
+void EntrySortProxy::reorder()
+{
+    order_.clear();
+    position_.clear();
+    textKeys_.clear();
+    timeKeys_.clear();
+    if (!sorted())
+        return;
+    const int n = sourceModel()->rowCount();
+    makeKeys(0, n - 1);
+    order_.resize(std::size_t(n));
+    std::iota(order_.begin(), order_.end(), 0);
+    std::sort(order_.begin(), order_.end(), [this](int a, int b) { return ahead(a, b); });
+    position_.resize(std::size_t(n));
+    renumber(0);
+}
+
+bool EntrySortProxy::ahead(int a, int b) const
+{
+    if (*sortColumn_ == EntryTableModel::modified) {
+        const auto x = timeKeys_[std::size_t(a)];
+        const auto y = timeKeys_[std::size_t(b)];
+        if (x != y)
+            return direction_ == SortDirection::ascending ? x < y : x > y;
+    } else if (const int c = textKeys_[std::size_t(a)].compare(textKeys_[std::size_t(b)]); c != 0) {
+        return direction_ == SortDirection::ascending ? c < 0 : c > 0;
+    }
+    return a < b;
+}
+
+void EntrySortProxy::makeKeys(int first, int last)
+{
+    if (last < first)
+        return;
+    const auto at = std::size_t(first);
+    const auto count = std::size_t(last - first + 1);
+    const int column = *sortColumn_;
+    const auto kept = [this](int row) {
+        return sortKeys_ && entries_ ? sortKeys_->find(entries_->elementAt(row)) : nullptr;
+    };
+    const auto read = [this, column](int row) {
+        return sourceModel()->index(row, column).data(EntryTableModel::sortRole);
+    };
+    if (column == EntryTableModel::modified) {
+        std::vector<qint64> keys;
+        keys.reserve(count);
+        for (int row = first; row <= last; ++row) {
+            const auto* ready = kept(row);
+            keys.push_back(ready ? ready->modified : read(row).toLongLong());
+        }
+        timeKeys_.insert(timeKeys_.begin() + std::ptrdiff_t(at), keys.begin(), keys.end());
+    } else {
+        std::vector<QCollatorSortKey> keys;
+        keys.reserve(count);
+        for (int row = first; row <= last; ++row) {
+            if (const auto* ready = kept(row))
+                keys.push_back(column == EntryTableModel::title ? ready->title : ready->userName);
+            else
+                keys.push_back(collator_.sortKey(read(row).toString()));
+        }
+        textKeys_.insert(textKeys_.begin() + std::ptrdiff_t(at), std::make_move_iterator(keys.begin()),
+                         std::make_move_iterator(keys.end()));
+    }
+}
+
+int EntrySortProxy::placeFor(int row) const
+{
+    return int(std::lower_bound(order_.begin(), order_.end(), row, [this](int a, int b) { return ahead(a, b); }) -
+               order_.begin());
+}
+
+void EntrySortProxy::renumber(std::size_t from)
+{
+    for (auto i = from; i < order_.size(); ++i)
+        position_[std::size_t(order_[i])] = int(i);
+}
+
+void EntrySortProxy::sourceAboutToReset()
+{
+    beginResetModel();
+}
+
+void EntrySortProxy::sourceReset()
+{
+    reorder();
+    endResetModel();
+}
+
+void EntrySortProxy::sourceAboutToInsert(const QModelIndex& parent, int first, int last)
+{
+    if (!sorted() && !parent.isValid())
+        beginInsertRows({}, first, last);
+}
+
+void EntrySortProxy::sourceInserted(const QModelIndex& parent, int first, int last)
 {
     if (parent.isValid())
         return;
+    if (!sorted()) {
+        endInsertRows();
+        return;
+    }
+    const int count = last - first + 1;
+    for (auto& row : order_)
+        if (row >= first)
+            row += count;
+    makeKeys(first, last);
+    position_.insert(position_.begin() + first, std::size_t(count), -1);
+    renumber(0);
+    // One at a time, each where it belongs among those already listed.
     for (int row = first; row <= last; ++row) {
-        const auto* key = keyOf(sourceModel()->index(row, 0));
-        textKeys_.erase(key);
-        timeKeys_.erase(key);
+        const int at = placeFor(row);
+        beginInsertRows({}, at, at);
+        order_.insert(order_.begin() + at, row);
+        renumber(std::size_t(at));
+        endInsertRows();
     }
 }
 
-void EntrySortProxy::forgetAll()
+void EntrySortProxy::sourceAboutToRemove(const QModelIndex& parent, int first, int last)
 {
-    textKeys_.clear();
-    timeKeys_.clear();
-}
-
-const void* EntrySortProxy::keyOf(const QModelIndex& source) const
-{
-    return entries_ ? entries_->elementAt(source.row()).internal_object() : nullptr;
-}
-
-const QCollatorSortKey& EntrySortProxy::textKey(const void* key, const QModelIndex& source) const
-{
-    if (textKeysColumn_ != source.column()) {
-        textKeys_.clear();
-        textKeysColumn_ = source.column();
+    if (parent.isValid())
+        return;
+    if (!sorted()) {
+        beginRemoveRows({}, first, last);
+        return;
     }
-    auto at = textKeys_.find(key);
-    if (at == textKeys_.end())
-        at = textKeys_.insert_or_assign(key, collator_.sortKey(source.data(EntryTableModel::sortRole).toString())).first;
-    return at->second;
-}
-
-qint64 EntrySortProxy::timeKey(const void* key, const QModelIndex& source) const
-{
-    if (const auto at = timeKeys_.find(key); at != timeKeys_.end())
-        return at->second;
-    const auto time = source.data(EntryTableModel::sortRole).toLongLong();
-    timeKeys_.insert_or_assign(key, time);
-    return time;
-}
-
-bool EntrySortProxy::lessThan(const QModelIndex& left, const QModelIndex& right) const
-{
-    const auto l = std::size_t(left.row());
-    const auto r = std::size_t(right.row());
-    if (l < rowTime_.size() && r < rowTime_.size())
-        return rowTime_[l] < rowTime_[r];
-    if (l < rowText_.size() && r < rowText_.size())
-        return rowText_[l]->compare(*rowText_[r]) < 0;
-    const auto* leftKey = keyOf(left);
-    const auto* rightKey = keyOf(right);
-    if (!leftKey || !rightKey) {
-        const auto a = left.data(EntryTableModel::sortRole);
-        const auto b = right.data(EntryTableModel::sortRole);
-        if (left.column() == EntryTableModel::modified)
-            return a.toLongLong() < b.toLongLong();
-        return collator_.compare(a.toString(), b.toString()) < 0;
+    // The rows go now, in runs from the end; the source numbering changes when the source has removed them.
+    std::vector<int> rows;
+    for (int row = first; row <= last; ++row)
+        rows.push_back(position_[std::size_t(row)]);
+    std::sort(rows.begin(), rows.end());
+    for (auto i = std::ptrdiff_t(rows.size()) - 1; i >= 0;) {
+        const int end = rows[std::size_t(i)];
+        int begin = end;
+        while (i > 0 && rows[std::size_t(i - 1)] == begin - 1)
+            begin = rows[std::size_t(--i)];
+        --i;
+        beginRemoveRows({}, begin, end);
+        order_.erase(order_.begin() + begin, order_.begin() + end + 1);
+        renumber(std::size_t(begin));
+        endRemoveRows();
     }
-    if (left.column() == EntryTableModel::modified)
-        return timeKey(leftKey, left) < timeKey(rightKey, right);
-    // Made one at a time: the second may rehash the map under the first.
-    const auto a = textKey(leftKey, left);
-    return a.compare(textKey(rightKey, right)) < 0;
+}
+
+void EntrySortProxy::sourceRemoved(const QModelIndex& parent, int first, int last)
+{
+    if (parent.isValid())
+        return;
+    if (!sorted()) {
+        endRemoveRows();
+        return;
+    }
+    const int count = last - first + 1;
+    for (auto& row : order_)
+        if (row > last)
+            row -= count;
+    if (!textKeys_.empty())
+        textKeys_.erase(textKeys_.begin() + first, textKeys_.begin() + last + 1);
+    if (!timeKeys_.empty())
+        timeKeys_.erase(timeKeys_.begin() + first, timeKeys_.begin() + last + 1);
+    position_.resize(order_.size());
+    renumber(0);
+}
+
+void EntrySortProxy::sourceAboutToMove(const QModelIndex& from, int first, int last, const QModelIndex& to, int row)
+{
+    if (sorted())
+        sourceAboutToLayout();
+    else
+        beginMoveRows(from, first, last, to, row);
+}
+
+void EntrySortProxy::sourceMoved(const QModelIndex&, int, int, const QModelIndex&, int)
+{
+    // Sorted, a move in document order changes no key, only which keys ties keep ahead.
+    if (sorted())
+        sourceLayoutChanged();
+    else
+        endMoveRows();
+}
+
+void EntrySortProxy::sourceAboutToLayout()
+{
+    Q_EMIT layoutAboutToBeChanged();
+    heldProxy_ = persistentIndexList();
+    heldSource_.clear();
+    for (const auto& index : std::as_const(heldProxy_))
+        heldSource_.emplace_back(mapToSource(index));
+}
+
+void EntrySortProxy::sourceLayoutChanged()
+{
+    reorder();
+    QModelIndexList moved;
+    for (const auto& source : heldSource_)
+        moved.push_back(mapFromSource(source));
+    changePersistentIndexList(heldProxy_, moved);
+    heldProxy_.clear();
+    heldSource_.clear();
+    Q_EMIT layoutChanged();
+}
+
+void EntrySortProxy::sourceDataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight,
+                                       const QList<int>& roles)
+{
+    if (!topLeft.isValid() || topLeft.parent().isValid())
+        return;
+    if (!sorted()) {
+        Q_EMIT dataChanged(index(topLeft.row(), topLeft.column()), index(bottomRight.row(), bottomRight.column()),
+                           roles);
+        return;
+    }
+    const bool keyChanged = topLeft.column() <= *sortColumn_ && *sortColumn_ <= bottomRight.column();
+    for (int row = topLeft.row(); row <= bottomRight.row(); ++row) {
+        if (keyChanged) {
+            if (*sortColumn_ == EntryTableModel::modified)
+                timeKeys_.erase(timeKeys_.begin() + row);
+            else
+                textKeys_.erase(textKeys_.begin() + row);
+            makeKeys(row, row);
+            // A row whose key moved past a neighbour goes where it now belongs.
+            const int was = position_[std::size_t(row)];
+            const int last = int(order_.size()) - 1;
+            if ((was > 0 && !ahead(order_[std::size_t(was - 1)], row)) ||
+                (was < last && !ahead(row, order_[std::size_t(was + 1)]))) {
+                order_.erase(order_.begin() + was);
+                const int at = placeFor(row);
+                order_.insert(order_.begin() + was, row);
+                beginMoveRows({}, was, was, {}, at > was ? at + 1 : at);
+                order_.erase(order_.begin() + was);
+                order_.insert(order_.begin() + at, row);
+                renumber(std::size_t(std::min(was, at)));
+                endMoveRows();
+            }
+        }
+        const int at = position_[std::size_t(row)];
+        Q_EMIT dataChanged(index(at, topLeft.column()), index(at, bottomRight.column()), roles);
+    }
+}
+
+QModelIndex EntrySortProxy::index(int row, int column, const QModelIndex& parent) const
+{
+    if (parent.isValid() || row < 0 || column < 0 || row >= rowCount() || column >= columnCount())
+        return {};
+    return createIndex(row, column);
+}
+
+QModelIndex EntrySortProxy::parent(const QModelIndex&) const
+{
+    return {};
+}
+
+QModelIndex EntrySortProxy::sibling(int row, int column, const QModelIndex&) const
+{
+    return index(row, column);
+}
+
+int EntrySortProxy::rowCount(const QModelIndex& parent) const
+{
+    if (parent.isValid() || !sourceModel())
+        return 0;
+    return sorted() ? int(order_.size()) : sourceModel()->rowCount();
+}
+
+int EntrySortProxy::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() || !sourceModel() ? 0 : sourceModel()->columnCount();
+}
+
+bool EntrySortProxy::hasChildren(const QModelIndex& parent) const
+{
+    return !parent.isValid() && rowCount() > 0;
+}
+
+QVariant EntrySortProxy::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (!sourceModel())
+        return {};
+    if (orientation == Qt::Vertical && sorted() && section >= 0 && section < int(order_.size()))
+        section = order_[std::size_t(section)];
+    return sourceModel()->headerData(section, orientation, role);
+}
+
+QModelIndex EntrySortProxy::mapToSource(const QModelIndex& proxy) const
+{
+    if (!proxy.isValid() || !sourceModel())
+        return {};
+    const int row = sorted() ? order_[std::size_t(proxy.row())] : proxy.row();
+    return sourceModel()->index(row, proxy.column());
+}
+
+QModelIndex EntrySortProxy::mapFromSource(const QModelIndex& source) const
+{
+    if (!source.isValid() || source.parent().isValid())
+        return {};
+    if (!sorted())
+        return index(source.row(), source.column());
+    if (std::size_t(source.row()) >= position_.size())
+        return {};
+    return index(position_[std::size_t(source.row())], source.column());
 }
 
 Qt::ItemFlags EntrySortProxy::flags(const QModelIndex& index) const
 {
-    const auto flags = QSortFilterProxyModel::flags(index);
+    const auto flags = QAbstractProxyModel::flags(index);
     if (!rules_)
         return flags;
     // Rows take no drop of their own: one aimed at a row lands between rows.

@@ -2,14 +2,18 @@
 // the rows' drag and drop.
 #pragma once
 
+#include <QAbstractProxyModel>
 #include <QCollator>
-#include <QSortFilterProxyModel>
+#include <QPersistentModelIndex>
 
 #include "model/Entry.h"
 
 #include <optional>
-#include <unordered_map>
 #include <vector>
+
+namespace quillon::state {
+class SortKeys;
+}
 
 namespace quillon::ui {
 
@@ -20,10 +24,13 @@ enum class SortDirection { original, ascending, descending };
 
 // Clicking the sort column steps original → ascending → descending → original (the column is cleared on
 // the way back); clicking another sortable column sorts it ascending; the password column does not sort.
-// Titles and usernames compare as a file browser orders names: case-insensitive, digits by value.
-// A sort compares each row many times, so each entry's key is made once, kept by its element and dropped
-// when the row changes or leaves.
-class EntrySortProxy : public QSortFilterProxyModel {
+// Titles and usernames compare as a file browser orders names: case-insensitive, digits by value; equal keys
+// keep document order.
+//
+// In document order the rows are the source's own. Sorted, each source row's key is made once and kept
+// beside it, and a change to the source moves, inserts or removes only the rows it touches, so that a
+// large group sorts once per click and an edit costs a binary search.
+class EntrySortProxy : public QAbstractProxyModel {
     Q_OBJECT
 
 public:
@@ -37,6 +44,19 @@ public:
 
     void setSourceModel(QAbstractItemModel* source) override;
     void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
+
+    QModelIndex index(int row, int column, const QModelIndex& parent = {}) const override;
+    QModelIndex parent(const QModelIndex& child) const override;
+    QModelIndex sibling(int row, int column, const QModelIndex& index) const override;
+    int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    bool hasChildren(const QModelIndex& parent = {}) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+    QModelIndex mapToSource(const QModelIndex& proxy) const override;
+    QModelIndex mapFromSource(const QModelIndex& source) const override;
+
+    // Where the keys of the source's entries are kept ready; without it each sort reads them from the rows.
+    void setSortKeys(const state::SortKeys* keys) noexcept { sortKeys_ = keys; }
 
     // Rows are dragged and dropped as the rules say; without rules, neither.
     void setDropRules(DropRules* rules) noexcept { rules_ = rules; }
@@ -55,15 +75,29 @@ Q_SIGNALS:
     // After every header click, so the view can set the indicators again.
     void sortStateChanged();
 
-protected:
-    bool lessThan(const QModelIndex& left, const QModelIndex& right) const override;
-
 private:
-    const void* keyOf(const QModelIndex& source) const;
-    const QCollatorSortKey& textKey(const void* key, const QModelIndex& source) const;
-    qint64 timeKey(const void* key, const QModelIndex& source) const;
-    void forgetRows(const QModelIndex& parent, int first, int last);
-    void forgetAll();
+    bool sorted() const noexcept { return sortColumn_.has_value(); }
+    // Whether source row `a` is listed ahead of source row `b`.
+    bool ahead(int a, int b) const;
+    void makeKeys(int first, int last);
+    // The sorted position source row `row` belongs at among the rows listed now.
+    int placeFor(int row) const;
+    void renumber(std::size_t from);
+    // The keys and order for the sort column, from the source as it is now; nothing in document order.
+    void reorder();
+
+    void sourceAboutToReset();
+    void sourceReset();
+    void sourceAboutToInsert(const QModelIndex& parent, int first, int last);
+    void sourceInserted(const QModelIndex& parent, int first, int last);
+    void sourceAboutToRemove(const QModelIndex& parent, int first, int last);
+    void sourceRemoved(const QModelIndex& parent, int first, int last);
+    void sourceAboutToMove(const QModelIndex& from, int first, int last, const QModelIndex& to, int row);
+    void sourceMoved(const QModelIndex& from, int first, int last, const QModelIndex& to, int row);
+    void sourceAboutToLayout();
+    void sourceLayoutChanged();
+    void sourceDataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight, const QList<int>& roles);
+
     std::optional<model::Entry> entryAtDrop(int row, const QModelIndex& parent) const;
 
     std::optional<int> sortColumn_;
@@ -72,13 +106,16 @@ private:
     // The source when it is an entry table: its rows name their elements.
     const EntryTableModel* entries_ = nullptr;
     DropRules* rules_ = nullptr;
-    mutable std::unordered_map<const void*, QCollatorSortKey> textKeys_;
-    mutable std::unordered_map<const void*, qint64> timeKeys_;
-    // The column the text keys were made for.
-    mutable int textKeysColumn_ = -1;
-    // While a whole sort runs: the keys by source row, so that each comparison is two array reads.
-    std::vector<const QCollatorSortKey*> rowText_;
-    std::vector<qint64> rowTime_;
+    const state::SortKeys* sortKeys_ = nullptr;
+
+    // Sorted only: the source row of each row, the row of each source row, and the keys by source row.
+    std::vector<int> order_;
+    std::vector<int> position_;
+    std::vector<QCollatorSortKey> textKeys_;
+    std::vector<qint64> timeKeys_;
+    // Persistent indexes held across a change of the source's layout, by what they show.
+    QModelIndexList heldProxy_;
+    std::vector<QPersistentModelIndex> heldSource_;
 };
 
 } // namespace quillon::ui

@@ -149,11 +149,8 @@ void EntryTableModel::setSearch(const QString& text, model::SearchScope scope)
     search_ = std::move(utf8);
     scope_ = scope;
     searching_ = terms;
-    if (!searching_) {
+    if (!searching_)
         wipe(search_);
-        if (session_.isOpen())
-            session_.searchIndex().clear();
-    }
     reload();
 }
 

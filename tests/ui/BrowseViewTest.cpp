@@ -251,6 +251,12 @@ TEST_F(BrowseViewTest, modelsFollowEveryCommandRowByRow)
     EXPECT_EQ(resets[0], before[0] + 2); // the tree: once for the lock, once for the unlock
     EXPECT_EQ(view.selectedGroup()->element(), top().element());
     EXPECT_THAT(titles(view), ElementsAre("item 10", "renamed", "apple"));
+    // The unlock made the search texts and sort keys beside the tree; both follow the next edit.
+    ASSERT_TRUE(session.editField(entry("AAAAAAAAAAAAAAAAAAAABA=="), "Title", "office apple"));
+    view.sortProxy().headerClicked(EntryTableModel::title);
+    EXPECT_THAT(titles(view), ElementsAre("item 10", "office apple", "renamed"));
+    view.entryModel().setSearch(QStringLiteral("office"));
+    EXPECT_THAT(titles(view), ElementsAre("office apple", "Office deep"));
     EXPECT_THAT(modelWarnings(), IsEmpty());
 }
 
@@ -303,12 +309,34 @@ TEST_F(BrowseViewTest, headerClicksStepTheSortCycle)
     EXPECT_EQ(indicator(), "1 up");
     EXPECT_EQ(view.sortProxy().sortDirection(), SortDirection::ascending);
 
-    // An edit while sorted moves the row where it now belongs.
+    // While sorted, every command lands row by row where it belongs, and the selection follows its entry.
+    QAbstractItemModelTester tester(&view.sortProxy(), QAbstractItemModelTester::FailureReportingMode::Warning);
+    const auto apple = view.sortProxy().index(1, EntryTableModel::title);
+    table.setCurrentIndex(apple);
     ASSERT_TRUE(session.editField(entry("AAAAAAAAAAAAAAAAAAAABA=="), "UserName", "aaron"));
     EXPECT_THAT(titles(view), ElementsAre("apple", "Item 9", "item 10"));
+    EXPECT_EQ(table.currentIndex().row(), 0);
     const auto masked = table.model()->index(2, EntryTableModel::password).data().toString();
     EXPECT_EQ(masked, QString(8, QChar(0x2022)));
+    const auto added = session.newEntry(top(), "new");
+    ASSERT_TRUE(added);
+    ASSERT_TRUE(session.editField(*added, "UserName", "Bz"));
+    EXPECT_THAT(titles(view), ElementsAre("apple", "Item 9", "new", "item 10"));
+    ASSERT_TRUE(session.reorder(*added, entry("AAAAAAAAAAAAAAAAAAAAAg==")));
+    EXPECT_THAT(titles(view), ElementsAre("apple", "Item 9", "new", "item 10"));
+    EXPECT_EQ(session.deleteEntry(entry("AAAAAAAAAAAAAAAAAAAAAw==")), model::DeleteResult::movedToBin);
+    EXPECT_THAT(titles(view), ElementsAre("apple", "new", "item 10"));
+    EXPECT_EQ(table.currentIndex().data().toString(), "apple");
+    clickHeader(table, EntryTableModel::username);
+    EXPECT_THAT(titles(view), ElementsAre("item 10", "new", "apple"));
+    EXPECT_EQ(table.currentIndex().data().toString(), "apple");
+    while (session.undo()) {
+    }
+    EXPECT_THAT(titles(view), ElementsAre("item 10", "apple", "Item 9"));
+    clickHeader(table, EntryTableModel::username);
+    EXPECT_THAT(titles(view), ElementsAre("item 10", "Item 9", "apple"));
     EXPECT_EQ(resets, 0);
+    EXPECT_THAT(modelWarnings(), IsEmpty());
 }
 
 // The search lists matches from the whole database as keys arrive and follows edits; Escape clears it and

@@ -1,0 +1,50 @@
+// state/SortKeys.h: what the entry table sorts by, for every entry of the open database, kept up to date.
+#pragma once
+
+#include <QCollator>
+#include <QCollatorSortKey>
+
+#include <pugixml.hpp>
+
+#include <optional>
+#include <unordered_map>
+
+namespace quillon::state {
+
+// Reading titles and times out of a large tree costs far more than sorting them, so the keys of every entry
+// (not the versions in its history) are made once, off the window's thread while a database unlocks, and
+// then follow each change the session makes. Titles and usernames compare as a file browser orders names:
+// case-insensitive, digits by value.
+class SortKeys {
+public:
+    struct Keys {
+        QCollatorSortKey title;
+        QCollatorSortKey userName;
+        // Seconds since 1970; entries without a modification time sort as the oldest.
+        qint64 modified = 0;
+    };
+
+    SortKeys();
+    static QCollator collator();
+
+    // Every entry under the top group, on as many threads as help; pugixml is only read meanwhile.
+    void gather(pugi::xml_node topGroup);
+    // An entry or a whole group that came into the tree or is about to leave it; history versions are
+    // left out.
+    void add(pugi::xml_node item);
+    void remove(pugi::xml_node item);
+    // An item whose own content changed: an entry's keys are made again, a group's entries keep theirs.
+    void update(pugi::xml_node item);
+    void clear() noexcept { keys_.clear(); }
+
+    const Keys* find(pugi::xml_node entry) const;
+    std::size_t size() const noexcept { return keys_.size(); }
+
+private:
+    static Keys make(pugi::xml_node entry, const QCollator& collator);
+
+    QCollator collator_;
+    std::unordered_map<const void*, Keys> keys_;
+};
+
+} // namespace quillon::state
