@@ -17,13 +17,15 @@ Document::Document(pugi::xml_document& xml, Clock clock) : xml_(&xml), clock_(st
 
 void Document::changed() noexcept
 {
+    children_.clear();
     contentRevision_ = structuralRevision_ = ++revision_;
     changedEntries_.clear();
 }
 
 void Document::structureChanged() noexcept
 {
-    structuralRevision_ = ++revision_;
+    bumpStructure();
+    children_.clear();
 }
 
 void Document::entryChanged(pugi::xml_node entry) noexcept
@@ -46,7 +48,8 @@ pugi::xml_node Document::insertElement(pugi::xml_node parent, pugi::xml_node bef
     if (observer_)
         observer_->aboutToInsert(parent, before, prototype);
     const auto element = before ? parent.insert_copy_before(prototype, before) : parent.append_copy(prototype);
-    structureChanged();
+    forgetChildren(parent);
+    bumpStructure();
     if (nodes::isNamed(element, "Entry"))
         entryChanged(element);
     if (observer_)
@@ -63,7 +66,9 @@ void Document::moveElement(pugi::xml_node element, pugi::xml_node newParent, pug
         newParent.insert_move_before(element, before);
     else
         newParent.append_move(element);
-    structureChanged();
+    forgetChildren(oldParent);
+    forgetChildren(newParent);
+    bumpStructure();
     if (observer_)
         observer_->moved(element, oldParent);
 }
@@ -84,16 +89,71 @@ Document::ContentChange::ContentChange(Document& document, pugi::xml_node elemen
 {
     if (document_.observer_)
         document_.observer_->aboutToChangeContent(element_);
+    document_.forgetChildren(element_);
 }
 
 Document::ContentChange::~ContentChange()
 {
+    // A group's own children (its name, times and the like) may have been replaced among its items.
+    document_.forgetChildren(element_);
     if (nodes::isNamed(element_, "Entry") && !nodes::isNamed(element_.parent(), "History"))
         document_.entryChanged(element_);
     else
         document_.structureChanged();
     if (document_.observer_)
         document_.observer_->contentChanged(element_);
+}
+
+const Document::Children& Document::childrenOf(pugi::xml_node group)
+{
+    auto [at, fresh] = children_.try_emplace(group.internal_object());
+    if (fresh) {
+        auto& children = at->second;
+        for (auto n = group.first_child(); n; n = n.next_sibling())
+            children.nodes.push_back(n);
+        children.positions.reserve(children.nodes.size());
+        for (std::uint32_t i = 0; i < children.nodes.size(); ++i)
+            children.positions.emplace(children.nodes[i].internal_object(), i);
+    }
+    return at->second;
+}
+
+std::uint32_t Document::positionOf(pugi::xml_node node)
+{
+    const auto parent = node.parent();
+    if (nodes::isNamed(parent, "Group"))
+        return childrenOf(parent).positions.at(node.internal_object());
+    std::uint32_t position = 0;
+    for (auto n = node.previous_sibling(); n; n = n.previous_sibling())
+        ++position;
+    return position;
+}
+
+pugi::xml_node Document::childAt(pugi::xml_node parent, std::uint32_t position)
+{
+    if (nodes::isNamed(parent, "Group")) {
+        const auto& children = childrenOf(parent);
+        return position < children.nodes.size() ? children.nodes[position] : pugi::xml_node();
+    }
+    auto n = parent.first_child();
+    for (; n && position > 0; --position)
+        n = n.next_sibling();
+    return n;
+}
+
+void Document::countPositions()
+{
+    const auto top = topGroup();
+    if (!top)
+        return;
+    std::vector<pugi::xml_node> groups{top->element()};
+    while (!groups.empty()) {
+        const auto group = groups.back();
+        groups.pop_back();
+        for (const auto child : childrenOf(group).nodes)
+            if (nodes::isNamed(child, "Group"))
+                groups.push_back(child);
+    }
 }
 
 Time Document::now() const

@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -99,6 +100,14 @@ public:
     // True when items moved or were filed away after revision `since` (or anything else changed).
     bool structureChangedSince(std::uint64_t since) const noexcept { return since < structuralRevision_; }
 
+    // An element's position among its parent's children, and the child at a position. The undo journal names
+    // elements by position, and a group may hold tens of thousands of children, so each group's order is
+    // kept once counted until its children change.
+    std::uint32_t positionOf(pugi::xml_node node);
+    pugi::xml_node childAt(pugi::xml_node parent, std::uint32_t position);
+    // Counts the children of every group now, for example on the thread that decoded the tree.
+    void countPositions();
+
     pugi::xml_node meta() const;
     pugi::xml_node root() const;
     // The text of a Meta child, absent when the element is missing.
@@ -128,6 +137,14 @@ public:
     void setHistoryMaxItems(std::int64_t value);
 
 private:
+    struct Children {
+        std::vector<pugi::xml_node> nodes;
+        std::unordered_map<const void*, std::uint32_t> positions;
+    };
+    const Children& childrenOf(pugi::xml_node group);
+    void forgetChildren(pugi::xml_node parent) noexcept { children_.erase(parent.internal_object()); }
+    void bumpStructure() noexcept { structuralRevision_ = ++revision_; }
+
     pugi::xml_document* xml_;
     Clock clock_;
     DocumentObserver* observer_ = nullptr;
@@ -135,6 +152,8 @@ private:
     std::uint64_t structuralRevision_ = 0;
     std::uint64_t contentRevision_ = 0;
     std::vector<std::pair<std::uint64_t, pugi::xml_node>> changedEntries_;
+    // By group element.
+    std::unordered_map<const void*, Children> children_;
 };
 
 } // namespace quillon::model

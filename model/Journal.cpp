@@ -10,14 +10,6 @@ bool isItem(pugi::xml_node node) noexcept
     return nodes::isNamed(node, "Entry") || nodes::isNamed(node, "Group");
 }
 
-std::uint32_t indexOf(pugi::xml_node node)
-{
-    std::uint32_t index = 0;
-    for (auto n = node.previous_sibling(); n; n = n.previous_sibling())
-        ++index;
-    return index;
-}
-
 std::uint32_t childCount(pugi::xml_node parent)
 {
     std::uint32_t count = 0;
@@ -26,27 +18,19 @@ std::uint32_t childCount(pugi::xml_node parent)
     return count;
 }
 
-std::vector<std::uint32_t> pathOf(pugi::xml_node node)
+std::vector<std::uint32_t> pathOf(Document &document, pugi::xml_node node)
 {
     std::vector<std::uint32_t> path;
     for (auto n = node; n && n.parent(); n = n.parent())
-        path.push_back(indexOf(n));
+        path.push_back(document.positionOf(n));
     return {path.rbegin(), path.rend()};
 }
 
-pugi::xml_node childAt(pugi::xml_node parent, std::uint32_t index)
+pugi::xml_node nodeAt(Document &document, const std::vector<std::uint32_t> &path)
 {
-    auto n = parent.first_child();
-    for (; n && index > 0; --index)
-        n = n.next_sibling();
-    return n;
-}
-
-pugi::xml_node nodeAt(const pugi::xml_document &document, const std::vector<std::uint32_t> &path)
-{
-    pugi::xml_node n = document;
+    pugi::xml_node n = document.xml();
     for (const auto index : path)
-        n = childAt(n, index);
+        n = document.childAt(n, index);
     return n;
 }
 
@@ -141,7 +125,7 @@ void Journal::aboutToChangeContent(pugi::xml_node element)
         return;
     Record record;
     record.kind = Kind::content;
-    record.path = pathOf(element);
+    record.path = pathOf(*document_, element);
     record.before = captureContent(element);
     record.open = element;
     records_.push_back(std::move(record));
@@ -155,8 +139,8 @@ void Journal::aboutToInsert(pugi::xml_node parent, pugi::xml_node before, pugi::
     closeOpen();
     Record record;
     record.kind = Kind::insert;
-    record.path = pathOf(parent);
-    record.index = before ? indexOf(before) : childCount(parent);
+    record.path = pathOf(*document_, parent);
+    record.index = before ? document_->positionOf(before) : childCount(parent);
     record.after = store_->append_copy(prototype);
     records_.push_back(std::move(record));
 }
@@ -168,8 +152,8 @@ void Journal::aboutToRemove(pugi::xml_node element)
     closeOpen();
     Record record;
     record.kind = Kind::remove;
-    record.path = pathOf(element.parent());
-    record.index = indexOf(element);
+    record.path = pathOf(*document_, element.parent());
+    record.index = document_->positionOf(element);
     record.before = store_->append_copy(element);
     records_.push_back(std::move(record));
 }
@@ -181,38 +165,37 @@ void Journal::aboutToMove(pugi::xml_node element, pugi::xml_node newParent, pugi
     closeOpen();
     Record record;
     record.kind = Kind::move;
-    record.path = pathOf(element);
-    record.index = indexOf(element);
-    record.targetBefore = pathOf(newParent);
+    record.path = pathOf(*document_, element);
+    record.index = document_->positionOf(element);
+    record.targetBefore = pathOf(*document_, newParent);
     records_.push_back(std::move(record));
 }
 
 void Journal::moved(pugi::xml_node element, pugi::xml_node oldParent)
 {
     auto &record = records_.back();
-    record.elementAfter = pathOf(element);
-    record.sourceAfter = pathOf(oldParent);
+    record.elementAfter = pathOf(*document_, element);
+    record.sourceAfter = pathOf(*document_, oldParent);
 }
 
 void Journal::undo(Document &document) const
 {
-    const auto &tree = document.xml();
     for (auto r = records_.rbegin(); r != records_.rend(); ++r) {
         switch (r->kind) {
         case Kind::content:
-            restoreContent(document, nodeAt(tree, r->path), r->before);
+            restoreContent(document, nodeAt(document, r->path), r->before);
             break;
         case Kind::insert:
-            document.removeElement(childAt(nodeAt(tree, r->path), r->index));
+            document.removeElement(document.childAt(nodeAt(document, r->path), r->index));
             break;
         case Kind::remove: {
-            const auto parent = nodeAt(tree, r->path);
-            document.insertElement(parent, childAt(parent, r->index), r->before);
+            const auto parent = nodeAt(document, r->path);
+            document.insertElement(parent, document.childAt(parent, r->index), r->before);
             break;
         }
         case Kind::move: {
-            const auto element = nodeAt(tree, r->elementAfter);
-            const auto parent = nodeAt(tree, r->sourceAfter);
+            const auto element = nodeAt(document, r->elementAfter);
+            const auto parent = nodeAt(document, r->sourceAfter);
             document.moveElement(element, parent, placeBefore(parent, element, r->index));
             break;
         }
@@ -222,23 +205,22 @@ void Journal::undo(Document &document) const
 
 void Journal::redo(Document &document) const
 {
-    const auto &tree = document.xml();
     for (const auto &r : records_) {
         switch (r.kind) {
         case Kind::content:
-            restoreContent(document, nodeAt(tree, r.path), r.after);
+            restoreContent(document, nodeAt(document, r.path), r.after);
             break;
         case Kind::insert: {
-            const auto parent = nodeAt(tree, r.path);
-            document.insertElement(parent, childAt(parent, r.index), r.after);
+            const auto parent = nodeAt(document, r.path);
+            document.insertElement(parent, document.childAt(parent, r.index), r.after);
             break;
         }
         case Kind::remove:
-            document.removeElement(childAt(nodeAt(tree, r.path), r.index));
+            document.removeElement(document.childAt(nodeAt(document, r.path), r.index));
             break;
         case Kind::move: {
-            const auto element = nodeAt(tree, r.path);
-            const auto parent = nodeAt(tree, r.targetBefore);
+            const auto element = nodeAt(document, r.path);
+            const auto parent = nodeAt(document, r.targetBefore);
             const auto at = r.elementAfter.empty() ? 0 : r.elementAfter.back();
             document.moveElement(element, parent, placeBefore(parent, element, at));
             break;

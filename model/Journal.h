@@ -26,6 +26,9 @@ public:
     Journal(const Journal &) = delete;
     Journal &operator=(const Journal &) = delete;
 
+    // The document whose changes are recorded, which names elements by position; set before the first.
+    void recordOn(Document &document) noexcept { document_ = &document; }
+
     void aboutToInsert(pugi::xml_node parent, pugi::xml_node before, pugi::xml_node prototype) override;
     void inserted(pugi::xml_node element) override;
     void aboutToRemove(pugi::xml_node element) override;
@@ -61,6 +64,7 @@ private:
     void closeOpen();
     pugi::xml_node captureContent(pugi::xml_node element);
 
+    Document *document_ = nullptr;
     std::unique_ptr<pugi::xml_document> store_;
     std::vector<Record> records_;
     std::unordered_map<pugi::xml_node_struct *, std::size_t> openContent_;

@@ -28,12 +28,6 @@ public:
     std::vector<Entry> entriesToList(const std::optional<Group>& selected, std::string_view text, SearchScope scope);
     // Gathers the texts of a scope ahead of the first search, for example where the tree was decoded.
     void prepare(SearchScope scope) { rebuild(scope); }
-    // The index now serves another Document object over the same tree, unchanged since it was gathered.
-    void rebind(Document& document) noexcept
-    {
-        document_ = &document;
-        revision_ = document.revision();
-    }
     // Wipes the gathered texts (on lock).
     void clear() noexcept;
 

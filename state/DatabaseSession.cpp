@@ -233,10 +233,13 @@ const std::optional<files::DiskStamp> &DatabaseSession::stamp() const noexcept
     return file_ ? file_->stamp() : keptStamp_;
 }
 
-std::unique_ptr<DatabaseSession::Prepared> DatabaseSession::prepare(pugi::xml_document &tree)
+std::unique_ptr<DatabaseSession::Prepared> DatabaseSession::prepare(pugi::xml_document &tree,
+                                                                   model::Document::Clock clock)
 {
     auto prepared = std::make_unique<Prepared>();
-    model::Document document(tree);
+    prepared->document = std::make_unique<model::Document>(tree, std::move(clock));
+    auto &document = *prepared->document;
+    document.countPositions();
     if (const auto top = document.topGroup())
         prepared->sortKeys.gather(top->element());
     prepared->searchIndex = std::make_unique<model::SearchIndex>(document);
@@ -251,17 +254,17 @@ void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Cr
     ++attached_;
     file_ = std::move(file);
     credentials_ = std::move(credentials);
-    document_ = std::make_unique<model::Document>(file_->file().document, services_.clock);
-    document_->setObserver(notifier_.get());
-    if (prepared) {
+    if (prepared && prepared->document && &prepared->document->xml() == &file_->file().document) {
+        document_ = std::move(prepared->document);
         sortKeys_ = std::move(prepared->sortKeys);
         searchIndex_ = std::move(prepared->searchIndex);
-        searchIndex_->rebind(*document_);
     } else {
+        document_ = std::make_unique<model::Document>(file_->file().document, services_.clock);
         if (const auto top = document_->topGroup())
             sortKeys_.gather(top->element());
         searchIndex_ = std::make_unique<model::SearchIndex>(*document_);
     }
+    document_->setObserver(notifier_.get());
     Q_EMIT documentReset();
 }
 
@@ -309,6 +312,7 @@ template <class Change> auto DatabaseSession::perform(const QString &text, Chang
 {
     finishEncoding();
     auto command = std::make_unique<Command>(text);
+    command->journal().recordOn(*document_);
     notifier_->journal = &command->journal();
     try {
         auto result = change(*command);

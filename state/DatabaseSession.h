@@ -292,10 +292,11 @@ private:
     static void postBack(const std::weak_ptr<QObject> &receiver, std::function<void()> then);
     // What the windows need of a large tree, made on the thread that decoded it.
     struct Prepared {
+        std::unique_ptr<model::Document> document;
         SortKeys sortKeys;
         std::unique_ptr<model::SearchIndex> searchIndex;
     };
-    static std::unique_ptr<Prepared> prepare(pugi::xml_document &tree);
+    static std::unique_ptr<Prepared> prepare(pugi::xml_document &tree, model::Document::Clock clock);
     void attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Credentials credentials,
                 std::unique_ptr<Prepared> prepared = {});
     void dropDocument();

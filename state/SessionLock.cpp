@@ -30,6 +30,7 @@ struct AttemptJob {
     kdbx::SecureBytes typed; // for the duress check after a wrong password
     lock::UnlockMode mode = lock::UnlockMode::password;
     lock::DuressTest isDuress;
+    model::Document::Clock clock;
     std::shared_ptr<std::atomic<bool>> cancel;
 };
 
@@ -286,6 +287,7 @@ void DatabaseSession::runAttempt(lock::UnlockMode mode, kdbx::Credentials creden
     job->typed = std::move(typed);
     job->mode = mode;
     job->isDuress = services_.isDuress;
+    job->clock = services_.clock;
     job->cancel = cancel_;
     attemptCredentials_ = std::move(credentials);
 
@@ -307,7 +309,7 @@ void DatabaseSession::runAttempt(lock::UnlockMode mode, kdbx::Credentials creden
                     bytes = std::move(job->snapshot);
                 }
                 result->file = kdbx::KdbxFile::open(std::move(bytes), job->credentials, job->cancel.get());
-                result->prepared = prepare(result->file->document);
+                result->prepared = prepare(result->file->document, job->clock);
             }
         } catch (const kdbx::Cancelled &) {
             return; // abandoned: nobody waits for it

@@ -107,6 +107,7 @@ TEST_F(JournalTest, undoAndRedoRetraceEveryStateExactly)
         for (int step = 0; step < 25; ++step) {
             advanceClock(7);
             auto journal = std::make_unique<Journal>();
+            journal->recordOn(doc());
             doc().setObserver(journal.get());
             randomEdit();
             doc().setObserver(nullptr);
