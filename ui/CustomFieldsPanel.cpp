@@ -45,7 +45,13 @@ CustomFieldsPanel::CustomFieldsPanel(state::DatabaseSession& session, Asker& ask
 void CustomFieldsPanel::setEntry(std::optional<model::Entry> entry)
 {
     entry_ = std::move(entry);
-    dropRows();
+    // Entries of one kind share their field names, so the rows stay and take the new values; each starts
+    // masked again.
+    for (auto& row : rows_) {
+        if (row.secret)
+            row.secret->setRevealed(false);
+        row.valueEdit->setModified(false);
+    }
     reload();
 }
 

@@ -65,7 +65,7 @@ constexpr const char* inspectorXml = R"(<?xml version="1.0" encoding="utf-8" sta
 <String><Key>Title</Key><Value>Mail old</Value></String><String><Key>Password</Key><Value Protected="True">old</Value></String></Entry>
 </History></Entry>
 <Entry><UUID>AAAAAAAAAAAAAAAAAAAAAw==</UUID><Times><LastModificationTime>2024-01-01T00:00:00Z</LastModificationTime><Expires>False</Expires></Times>
-<String><Key>Title</Key><Value>Bank</Value></String></Entry>
+<String><Key>Title</Key><Value>Bank</Value></String><String><Key>PIN</Key><Value Protected="True">9876</Value></String></Entry>
 </Group></Root></KeePassFile>)";
 
 class EntryInspectorTest : public ::testing::Test {
@@ -260,6 +260,15 @@ TEST_F(EntryInspectorTest, revealCopyAndOpenUrl)
     EXPECT_EQ(rows[0].valueEdit->echoMode(), QLineEdit::Password);
     rows[0].secret->copyButton()->click();
     EXPECT_EQ(board->text(), "1234");
+    // Another entry with the same fields takes over the rows, masked again.
+    rows[0].secret->revealButton()->click();
+    EXPECT_EQ(rows[0].valueEdit->echoMode(), QLineEdit::Normal);
+    browse->selectEntry(*session().document().findEntry("AAAAAAAAAAAAAAAAAAAAAw=="));
+    ASSERT_EQ(inspector->customFields()->rows().size(), 1u);
+    EXPECT_EQ(rows[0].valueEdit->echoMode(), QLineEdit::Password);
+    EXPECT_EQ(rows[0].valueEdit->text(), "9876");
+    EXPECT_EQ(password->edit()->echoMode(), QLineEdit::Password);
+    browse->selectEntry(mail());
     EXPECT_TRUE(board->mimeData()->hasFormat(ui::secretHintType));
     EXPECT_EQ(vault.subtitle(), "PIN copied");
 
