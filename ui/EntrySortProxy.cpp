@@ -24,17 +24,12 @@ bool EntrySortProxy::isSortable(int column) noexcept
 
 void EntrySortProxy::headerClicked(int column)
 {
+    // sort() takes the new state, so that it still reads the rows in the order they are shown now.
     if (isSortable(column)) {
-        if (sortColumn_ == column) {
-            direction_ = direction_ == SortDirection::ascending ? SortDirection::descending : SortDirection::original;
-            if (direction_ == SortDirection::original)
-                sortColumn_.reset();
-        } else {
-            sortColumn_ = column;
-            direction_ = SortDirection::ascending;
-        }
-        if (sortColumn_)
-            sort(*sortColumn_, direction_ == SortDirection::ascending ? Qt::AscendingOrder : Qt::DescendingOrder);
+        if (sortColumn_ != column)
+            sort(column, Qt::AscendingOrder);
+        else if (direction_ == SortDirection::ascending)
+            sort(column, Qt::DescendingOrder);
         else
             sort(-1);
     }

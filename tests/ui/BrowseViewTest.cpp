@@ -288,9 +288,11 @@ TEST_F(BrowseViewTest, headerClicksStepTheSortCycle)
                                                                             : QStringLiteral("down"));
     };
 
+    table.setCurrentIndex(view.sortProxy().index(1, EntryTableModel::title));
     clickHeader(table, EntryTableModel::title);
     EXPECT_THAT(titles(view), ElementsAre("apple", "Item 9", "item 10"));
     EXPECT_EQ(indicator(), "0 up");
+    EXPECT_EQ(table.currentIndex().data().toString(), "Item 9");
     clickHeader(table, EntryTableModel::title);
     EXPECT_THAT(titles(view), ElementsAre("item 10", "Item 9", "apple"));
     EXPECT_EQ(indicator(), "0 down");
