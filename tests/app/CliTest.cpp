@@ -314,6 +314,15 @@ TEST(Cli, protectedValuesAreShownOnlyWhenAskedFor)
     const auto code = runCli({"totp", "--password-stdin", db, "Sample"}, "pw\n");
     EXPECT_EQ(code.exitCode, 0) << code.err;
     EXPECT_EQ(code.out.find_first_not_of("0123456789"), 6u);
+
+    // Notes the user protected stay protected when an edit rewrites them.
+    auto file = tinyDatabase();
+    auto notes = file->document.select_node("//Entry").node().append_child("String");
+    notes.append_child("Key").text().set("Notes");
+    notes.append_child("Value").append_attribute("Protected").set_value("True");
+    writeFile(db, file->save(passwordOnly("pw")));
+    ASSERT_EQ(runCli({"edit", "--password-stdin", "--notes", "n3w", db, "Sample"}, "pw\n").exitCode, 0);
+    EXPECT_THAT(runCli({"show", "--password-stdin", db, "Sample"}, "pw\n").out, HasSubstr("Notes: [protected]\n"));
 }
 
 TEST(Cli, editsKeepOneVersionPerCommandAndDeletesGoThroughTheRecycleBin)

@@ -59,39 +59,10 @@ TEST(PINGate, rightPINOpensAgainAndAgain)
     }
 }
 
-TEST(PINGate, wrongTriesRunOutAndTakeTheCredentialsWithThem)
-{
-    auto gate = lockedWithPIN();
-    const char* hints[] = {"Wrong. 2 more tries.", "Wrong. One more try."};
-    for (const char* hint : hints) {
-        auto decision = gate.enter(viewOf("1357"), duress);
-        ASSERT_EQ(decision.action, PINDecision::Action::tryAsPassword);
-        EXPECT_EQ(decision.mode, UnlockMode::passwordAtPIN);
-        const auto failure = gate.attemptFailed(UnlockMode::passwordAtPIN, true);
-        EXPECT_TRUE(failure.handled);
-        EXPECT_FALSE(failure.fallBack);
-        EXPECT_EQ(failure.hint, hint);
-        EXPECT_TRUE(gate.isPINMode());
-    }
-    ASSERT_EQ(gate.enter(viewOf("1357"), duress).action, PINDecision::Action::tryAsPassword);
-    const auto last = gate.attemptFailed(UnlockMode::passwordAtPIN, true);
-    EXPECT_TRUE(last.fallBack);
-    EXPECT_EQ(last.hint, "Too many wrong tries. Enter the password.");
-    expectGone(gate);
-    EXPECT_EQ(PINGate::wrongTriesHint(5), "Wrong. 5 more tries.");
-}
-
 TEST(PINGate, onlyAWrongPasswordCostsATry)
 {
-    auto gate = lockedWithPIN();
-    // The entry was the database password: the attempt succeeds and nothing is spent.
-    ASSERT_EQ(gate.enter(viewOf("database password"), duress).action, PINDecision::Action::tryAsPassword);
-    gate.attemptSucceeded(std::nullopt);
-    ASSERT_TRUE(gate.pinLock());
-    EXPECT_EQ(gate.pinLock()->triesLeft, 3);
-
     // A failure other than wrong credentials (a damaged file) is an ordinary password failure.
-    gate.windowLocked(databaseCredentials());
+    auto gate = lockedWithPIN();
     gate.enter(viewOf("0000"), duress);
     const auto other = gate.attemptFailed(UnlockMode::passwordAtPIN, false);
     EXPECT_FALSE(other.handled);

@@ -4,23 +4,21 @@
 #include "model/History.h"
 #include "model/RecycleBin.h"
 #include "model/Search.h"
+#include "tests/support/Helpers.h"
 
 #include <gtest/gtest.h>
 #include <pugixml.hpp>
 
-#include <pthread.h>
-
 #include <array>
-#include <functional>
 #include <string>
 
 using namespace quillon;
 using namespace quillon::model;
+using quillon::test::onSmallStack;
 
 namespace {
 
 constexpr std::size_t depth = 100'000;
-constexpr std::size_t smallStack = 512 * 1024;
 
 std::string uuidText(std::size_t n)
 {
@@ -44,22 +42,6 @@ std::string nestedXml()
     for (std::size_t i = 0; i <= depth; ++i)
         text += "</Group>";
     return text + "</Root></KeePassFile>";
-}
-
-// Runs the work on a thread whose stack is far too small for a walk that recurses once per level.
-void onSmallStack(std::function<void()> work)
-{
-    pthread_attr_t attr;
-    ASSERT_EQ(pthread_attr_init(&attr), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attr, smallStack), 0);
-    pthread_t thread;
-    auto body = [](void* arg) -> void* {
-        (*static_cast<std::function<void()>*>(arg))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attr, body, &work), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attr);
 }
 
 TEST(DeepNesting, walksSearchAndDeletesWithoutRecursion)

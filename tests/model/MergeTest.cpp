@@ -288,6 +288,29 @@ TEST(Merge, withoutAncestorTheLaterVersionWinsAndDeletionRecordsDecide)
     EXPECT_FALSE(mine.has("deletedThere"));
 }
 
+// Random scripts never edit two copies in the same second; here both change an entry at the same instant, and the
+// tie must go the same way whichever copy is mine.
+TEST(Merge, aTieInTimeGoesTheSameWayFromEitherSide)
+{
+    TickingClock clock;
+    Copy ancestor(baseXml, clock);
+    ancestor.newEntry(ancestor.top(), "e");
+    Copy mine(ancestor);
+    Copy theirs(ancestor);
+    editField(mine.entry("e"), "Notes", "mine");
+    editField(theirs.entry("e"), "Notes", "theirs");
+    const auto modified = [](const Copy& c) {
+        return c.entry("e").element().child("Times").child("LastModificationTime");
+    };
+    modified(theirs).text().set(modified(mine).text().get());
+
+    Copy result(mine);
+    mergeInto(result, theirs, &ancestor);
+    Copy swapped(theirs);
+    mergeInto(swapped, mine, &ancestor);
+    EXPECT_EQ(canonical(result), canonical(swapped));
+}
+
 TEST(Merge, propertiesHoldOverRandomEditScripts)
 {
     for (std::uint32_t seed = 1; seed <= 300; ++seed) {

@@ -6,6 +6,7 @@
 #include "model/Document.h"
 #include "model/Entry.h"
 #include "model/Group.h"
+#include "tests/support/TestDb.h"
 
 #include <gtest/gtest.h>
 #include <pugixml.hpp>
@@ -44,12 +45,7 @@ inline std::string expandUuids(std::string text)
     return out;
 }
 
-inline std::string serialise(const pugi::xml_document& xml)
-{
-    std::ostringstream out;
-    xml.save(out, "", pugi::format_raw);
-    return out.str();
-}
+inline std::string serialise(const pugi::xml_document& xml) { return quillon::test::xmlText(xml); }
 
 // The tree: Root { entry "Bank login"; Email { entry "Mail" }; Work { Projects { entry "Wiki" } } }
 inline constexpr const char* sampleXml = R"(<?xml version="1.0" encoding="utf-8" standalone="yes"?>

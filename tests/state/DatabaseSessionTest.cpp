@@ -15,7 +15,6 @@
 #include <QThreadPool>
 
 #include <deque>
-#include <sstream>
 
 using namespace quillon;
 using namespace quillon::state;
@@ -35,13 +34,6 @@ QCoreApplication &application()
 kdbx::SecureBytes text(std::string_view t)
 {
     return kdbx::SecureBytes::fromText(t);
-}
-
-std::string xmlOf(model::Document &document)
-{
-    std::ostringstream out;
-    document.xml().save(out, "", pugi::format_raw);
-    return out.str();
 }
 
 class DatabaseSessionTest : public ::testing::Test
@@ -258,22 +250,6 @@ TEST_F(DatabaseSessionTest, decodesAndSavesInTheBackground)
     QThreadPool::globalInstance()->waitForDone();
 }
 
-TEST_F(DatabaseSessionTest, idleLock)
-{
-    auto session = open();
-    unlock(*session, "right");
-    now += std::chrono::hours(5);
-    session->checkIdle(0);
-    EXPECT_TRUE(session->isOpen());
-    session->noteActivity();
-    now += std::chrono::seconds(59);
-    session->checkIdle(1);
-    EXPECT_TRUE(session->isOpen());
-    now += std::chrono::seconds(1);
-    session->checkIdle(1);
-    EXPECT_TRUE(session->isLocked());
-}
-
 // Each change is one command with precise notifications; undo gives the same XML back, and the saved
 // point decides what is unsaved.
 TEST_F(DatabaseSessionTest, commandsNotifyAndUndoToTheSavedPoint)
@@ -282,7 +258,7 @@ TEST_F(DatabaseSessionTest, commandsNotifyAndUndoToTheSavedPoint)
     unlock(*session, "right");
     auto &document = session->document();
     const auto top = *document.topGroup();
-    const auto original = xmlOf(document);
+    const auto original = test::xmlText(document.xml());
     const auto pool = session->kdbx().inner.binaries.size();
 
     QStringList events;
@@ -321,7 +297,7 @@ TEST_F(DatabaseSessionTest, commandsNotifyAndUndoToTheSavedPoint)
     events.clear();
     while (session->undo()) {
     }
-    EXPECT_EQ(xmlOf(document), original);
+    EXPECT_EQ(test::xmlText(document.xml()), original);
     EXPECT_EQ(session->kdbx().inner.binaries.size(), pool);
     EXPECT_TRUE(session->isDirty()); // undo crosses the save
     EXPECT_EQ(events.last(), QStringLiteral("remove at 1"));

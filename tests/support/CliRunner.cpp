@@ -4,13 +4,17 @@
 
 namespace quillon::test {
 
+namespace {
+
+// The home folder every run shares: HOME, XDG_DATA_HOME (data/) and XDG_CONFIG_HOME (config/) point inside
+// it, so backups and preferences never touch the real user's.
 const std::filesystem::path& cliHome()
 {
     static const TempDir home;
     return home.path();
 }
 
-std::filesystem::path cliBackupRoot() { return cliHome() / "data" / "Quillon" / "Backups"; }
+} // namespace
 
 ProcessResult runCli(const std::vector<std::string>& args, const std::string& input)
 {

@@ -5,6 +5,7 @@
 #include "kdbx/ByteReader.h"
 #include "kdbx/KdbxTime.h"
 
+#include <sstream>
 #include <stdexcept>
 
 namespace quillon::test {
@@ -79,6 +80,13 @@ std::string field(pugi::xml_node entry, std::string_view key, std::string_view m
         if (key == s.child_value("Key"))
             return s.child_value("Value");
     return std::string(missing);
+}
+
+std::string xmlText(const pugi::xml_node& node)
+{
+    std::ostringstream out;
+    node.print(out, "", pugi::format_raw);
+    return out.str();
 }
 
 void setDocument(kdbx::KdbxFile& file, std::string_view xml)

@@ -36,6 +36,9 @@ std::vector<std::uint8_t> headerOnlyFile(const kdbx::OuterHeader& header);
 // The value of an entry's field, or `missing` when the entry has no such field.
 std::string field(pugi::xml_node entry, std::string_view key, std::string_view missing = "");
 
+// The text of a document or element with no formatting, to compare two states of it byte for byte.
+std::string xmlText(const pugi::xml_node& node);
+
 // Replaces the document with the given XML text (parsed the way the codec parses).
 void setDocument(kdbx::KdbxFile& file, std::string_view xml);
 

@@ -26,10 +26,8 @@ TEST(Delete, contentsAreCountedInWords)
 TEST(Delete, movesToTheBinWithoutAskingAndDeletesForGoodOnlyAfterYes)
 {
     test::UiRig rig;
-    auto* vault = rig.windows->open(rig.database("vault.kdbx"), nullptr);
+    auto* vault = rig.openUnlocked(rig.database("vault.kdbx"));
     auto& session = vault->session();
-    session.attemptUnlock(kdbx::SecureBytes::fromText("right"));
-    rig.finishJobs();
     auto* view = vault->browseView();
     ASSERT_TRUE(view);
     auto& document = session.document();

@@ -45,12 +45,10 @@ TEST(GeneratorBox, strengthFollowsTheOptionsAndUseWritesThePasswordAsOneUndoable
     EXPECT_EQ(box.output()->text().size(), 20);
     EXPECT_EQ(box.strengthLabel()->text(), QStringLiteral("20 characters · 129 bits"));
 
-    // Typed counts are clamped in the strength line only; the field keeps what was typed.
+    // Typed counts reach the panel, which clamps them.
     box.countField()->selectAll();
     QTest::keyClicks(box.countField(), QStringLiteral("3"));
-    EXPECT_EQ(box.countField()->text(), QStringLiteral("3"));
     EXPECT_EQ(box.output()->text().size(), 4);
-    EXPECT_EQ(box.strengthLabel()->text(), QStringLiteral("4 characters · 26 bits"));
 
     box.wordsButton()->click();
     EXPECT_TRUE(box.wordsButton()->isChecked());

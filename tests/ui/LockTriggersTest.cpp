@@ -25,11 +25,7 @@ ui::LockTriggers::Targets targetsOf(ui::Windows& windows)
 
 ui::VaultWindow* unlocked(test::UiRig& rig, const char* name)
 {
-    auto* vault = rig.windows->open(rig.database(name), rig.windows->frontWindow(), rig.windows->frontVault());
-    vault->session().attemptUnlock(kdbx::SecureBytes::fromText("right"));
-    rig.finishJobs();
-    EXPECT_TRUE(vault->session().isOpen());
-    return vault;
+    return rig.openUnlocked(rig.database(name), rig.windows->frontWindow());
 }
 
 TEST(LockTriggers, idleLockCountsFromTheLastInputAnywhereInTheApplication)

@@ -13,32 +13,9 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 
-#include <sstream>
-
 using namespace quillon;
 
 namespace {
-
-std::filesystem::path pathOf(const QString& path)
-{
-    return std::filesystem::path(path.toStdString());
-}
-
-ui::VaultWindow* openUnlocked(test::UiRig& rig, const QString& path)
-{
-    auto* vault = rig.windows->open(path, nullptr);
-    vault->session().attemptUnlock(kdbx::SecureBytes::fromText("right"));
-    rig.finishJobs();
-    EXPECT_TRUE(vault->session().isOpen());
-    return vault;
-}
-
-std::string xmlOf(const pugi::xml_document& document)
-{
-    std::ostringstream out;
-    document.save(out, "", pugi::format_raw);
-    return out.str();
-}
 
 std::vector<std::string> titlesIn(model::Document& document)
 {
@@ -52,12 +29,12 @@ std::vector<std::string> titlesIn(model::Document& document)
 // Another program's edit of the file: an entry with an attachment added, written back in place.
 void addEntryElsewhere(const QString& path, const kdbx::Credentials& credentials, std::string_view title)
 {
-    auto file = kdbx::KdbxFile::open(files::readDiskBytes(pathOf(path)).bytes, credentials);
+    auto file = kdbx::KdbxFile::open(files::readDiskBytes(test::pathOf(path)).bytes, credentials);
     model::Document document(file->document);
     const auto entry = document.newEntry(*document.topGroup(), title);
     file->inner.binaries.push_back({0, kdbx::SecureBytes::fromText("receipt")});
     model::setAttachment(entry, "receipt.txt", file->inner.binaries.size() - 1);
-    test::writeFile(pathOf(path), file->save(credentials));
+    test::writeFile(test::pathOf(path), file->save(credentials));
 }
 
 ui::MergeController* controllerOf(ui::VaultWindow* vault)
@@ -77,7 +54,7 @@ TEST(MergeWindow, mergesTheFileAnotherProgramRewroteUndoesItExactlyAndSavesOverI
 {
     test::UiRig rig;
     const QString path = rig.database("vault.kdbx");
-    auto* vault = openUnlocked(rig, path);
+    auto* vault = rig.openUnlocked(path);
     auto& session = vault->session();
     const auto sample = session.document().topGroup()->allEntries().front();
     ASSERT_TRUE(session.editFields(sample, {{"UserName", "bob"}, {"Password", "n3w-secret", true}}));
@@ -97,7 +74,7 @@ TEST(MergeWindow, mergesTheFileAnotherProgramRewroteUndoesItExactlyAndSavesOverI
     EXPECT_TRUE(vault->subtitle().contains(QStringLiteral("Merge Changes From Disk…")));
     rig.asker.questions.clear();
     const auto stampBefore = session.stamp();
-    const auto xmlBefore = xmlOf(session.kdbx().document);
+    const auto xmlBefore = test::xmlText(session.kdbx().document);
     const auto poolBefore = session.kdbx().inner.binaries.size();
 
     vault->perform(ui::Command::mergeFromDisk);
@@ -107,11 +84,11 @@ TEST(MergeWindow, mergesTheFileAnotherProgramRewroteUndoesItExactlyAndSavesOverI
     EXPECT_EQ(session.document().topGroup()->allEntries().front().field("UserName"), "bob");
     EXPECT_TRUE(dialogText(vault).contains(QStringLiteral("Laptop"))) << dialogText(vault).toStdString();
     EXPECT_TRUE(session.isDirty());
-    EXPECT_EQ(session.stamp(), files::readDiskBytes(pathOf(path)).stamp);
+    EXPECT_EQ(session.stamp(), files::readDiskBytes(test::pathOf(path)).stamp);
 
     // Undone, the window is as it was, attachments and the expected file included, so a save would ask again.
     ASSERT_TRUE(session.undo());
-    EXPECT_EQ(xmlOf(session.kdbx().document), xmlBefore);
+    EXPECT_EQ(test::xmlText(session.kdbx().document), xmlBefore);
     EXPECT_EQ(session.kdbx().inner.binaries.size(), poolBefore);
     EXPECT_EQ(session.stamp(), stampBefore);
     ASSERT_TRUE(session.redo());
@@ -121,7 +98,7 @@ TEST(MergeWindow, mergesTheFileAnotherProgramRewroteUndoesItExactlyAndSavesOverI
     EXPECT_TRUE(rig.asker.questions.isEmpty()) << rig.asker.questions.join(QLatin1Char('|')).toStdString();
     EXPECT_TRUE(rig.asker.warnings.isEmpty()) << rig.asker.warnings.join(QLatin1Char('|')).toStdString();
     EXPECT_FALSE(session.isDirty());
-    auto onDisk = kdbx::KdbxFile::open(files::readDiskBytes(pathOf(path)).bytes, test::passwordOnly("right"));
+    auto onDisk = kdbx::KdbxFile::open(files::readDiskBytes(test::pathOf(path)).bytes, test::passwordOnly("right"));
     model::Document saved(onDisk->document);
     EXPECT_EQ(titlesIn(saved), (std::vector<std::string>{"Laptop", "Sample"}));
     for (const auto& entry : saved.topGroup()->allEntries()) {
@@ -140,7 +117,7 @@ TEST(MergeWindow, mergesTheFileAnotherProgramRewroteUndoesItExactlyAndSavesOverI
 TEST(MergeWindow, mergeFromDatabaseAsksItsPasswordAndAWrongOneChangesNothing)
 {
     test::UiRig rig;
-    auto* vault = openUnlocked(rig, rig.database("vault.kdbx"));
+    auto* vault = rig.openUnlocked(rig.database("vault.kdbx"));
     auto& session = vault->session();
     const auto other = rig.dir / "other.kdbx";
     test::writeFile(other, test::tinyFile(test::passwordOnly("theirs")));
@@ -151,14 +128,14 @@ TEST(MergeWindow, mergeFromDatabaseAsksItsPasswordAndAWrongOneChangesNothing)
         askedFor << fileName;
         return std::optional(kdbx::SecureBytes::fromText(typed.takeFirst().toStdString()));
     });
-    const auto xmlBefore = xmlOf(session.kdbx().document);
+    const auto xmlBefore = test::xmlText(session.kdbx().document);
 
     rig.asker.answers << QString::fromStdString(other.string());
     vault->perform(ui::Command::mergeFromDatabase);
     rig.finishJobs();
     EXPECT_EQ(askedFor, QStringList{QStringLiteral("other.kdbx")});
     EXPECT_EQ(rig.asker.warnings, QStringList{QStringLiteral("Could not open other.kdbx.")});
-    EXPECT_EQ(xmlOf(session.kdbx().document), xmlBefore);
+    EXPECT_EQ(test::xmlText(session.kdbx().document), xmlBefore);
     EXPECT_FALSE(session.isDirty());
     EXPECT_EQ(session.nextUndo(), nullptr);
     EXPECT_EQ(controllerOf(vault)->dialog(), nullptr);
@@ -172,6 +149,6 @@ TEST(MergeWindow, mergeFromDatabaseAsksItsPasswordAndAWrongOneChangesNothing)
     EXPECT_TRUE(session.isDirty());
     EXPECT_TRUE(dialogText(vault).contains(QStringLiteral("Router")));
     ASSERT_TRUE(session.undo());
-    EXPECT_EQ(xmlOf(session.kdbx().document), xmlBefore);
+    EXPECT_EQ(test::xmlText(session.kdbx().document), xmlBefore);
     EXPECT_FALSE(session.isDirty());
 }

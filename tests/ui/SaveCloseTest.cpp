@@ -19,14 +19,9 @@ using ui::SaveAnswer;
 
 namespace {
 
-std::filesystem::path pathOf(const QString& path)
-{
-    return std::filesystem::path(path.toStdString());
-}
-
 std::vector<std::uint8_t> bytesOf(const QString& path)
 {
-    return files::readDiskBytes(pathOf(path)).bytes;
+    return files::readDiskBytes(test::pathOf(path)).bytes;
 }
 
 // The first entry's title in the file on disk, opened with the rig's password.
@@ -35,15 +30,6 @@ std::string titleOnDisk(const QString& path)
     const auto file = kdbx::KdbxFile::open(bytesOf(path), test::passwordOnly("right"));
     const auto entry = file->document.select_node("//Entry").node();
     return test::field(entry, "Title");
-}
-
-ui::VaultWindow* openUnlocked(test::UiRig& rig, const QString& path)
-{
-    auto* vault = rig.windows->open(path, nullptr);
-    vault->session().attemptUnlock(kdbx::SecureBytes::fromText("right"));
-    rig.finishJobs();
-    EXPECT_TRUE(vault->session().isOpen());
-    return vault;
 }
 
 void retitle(ui::VaultWindow* vault, std::string_view title)
@@ -57,8 +43,9 @@ std::vector<std::uint8_t> rewriteInPlace(const QString& path)
 {
     auto bytes = bytesOf(path);
     bytes[bytes.size() - 20] ^= 0x5a;
-    test::writeFile(pathOf(path), bytes);
-    std::filesystem::last_write_time(pathOf(path), std::filesystem::last_write_time(pathOf(path)) - std::chrono::hours(24));
+    const auto file = test::pathOf(path);
+    test::writeFile(file, bytes);
+    std::filesystem::last_write_time(file, std::filesystem::last_write_time(file) - std::chrono::hours(24));
     return bytes;
 }
 
@@ -68,7 +55,7 @@ TEST(SaveClose, saveAsksBeforeWritingOverAFileThatChangedOrWentAway)
 {
     test::UiRig rig;
     const QString path = rig.database("vault.kdbx");
-    auto* vault = openUnlocked(rig, path);
+    auto* vault = rig.openUnlocked(path);
     auto& session = vault->session();
 
     // Written while the window shows it is saving; Save waits for the end.
@@ -111,22 +98,22 @@ TEST(SaveClose, saveAsksBeforeWritingOverAFileThatChangedOrWentAway)
     EXPECT_FALSE(session.isDirty());
 
     // Moved away: the other question; "No" does not put it back.
-    const auto moved = pathOf(path).parent_path() / "moved.kdbx";
-    std::filesystem::rename(pathOf(path), moved);
+    const auto moved = test::pathOf(path).parent_path() / "moved.kdbx";
+    std::filesystem::rename(test::pathOf(path), moved);
     retitle(vault, "After the move");
     vault->perform(ui::Command::saveDatabase);
     EXPECT_EQ(rig.asker.questions.last(),
               QStringLiteral("vault.kdbx was moved or deleted since you opened it. Save it there again?"));
-    EXPECT_FALSE(std::filesystem::exists(pathOf(path)));
+    EXPECT_FALSE(std::filesystem::exists(test::pathOf(path)));
     EXPECT_TRUE(session.isDirty());
 
     // A write that fails for a reason of its own: the alert, the changes kept.
-    std::filesystem::rename(moved, pathOf(path));
-    std::filesystem::permissions(pathOf(path).parent_path(), std::filesystem::perms::owner_write,
+    std::filesystem::rename(moved, test::pathOf(path));
+    std::filesystem::permissions(test::pathOf(path).parent_path(), std::filesystem::perms::owner_write,
                                  std::filesystem::perm_options::remove);
     vault->perform(ui::Command::saveDatabase);
     rig.finishJobs();
-    std::filesystem::permissions(pathOf(path).parent_path(), std::filesystem::perms::owner_write,
+    std::filesystem::permissions(test::pathOf(path).parent_path(), std::filesystem::perms::owner_write,
                                  std::filesystem::perm_options::add);
     ASSERT_EQ(rig.asker.warnings.size(), 1);
     EXPECT_TRUE(rig.asker.warnings[0].startsWith(QStringLiteral("Could not save: ")));
@@ -138,7 +125,7 @@ TEST(SaveClose, saveAsRefusesAFileOpenElsewhereAndTakesTheClaimAlong)
     test::UiRig rig;
     const QString a = rig.database("a.kdbx");
     const QString b = rig.database("b.kdbx");
-    auto* vault = openUnlocked(rig, a);
+    auto* vault = rig.openUnlocked(a);
     rig.windows->open(b, nullptr);
     retitle(vault, "Moved on");
 
@@ -157,8 +144,8 @@ TEST(SaveClose, saveAsRefusesAFileOpenElsewhereAndTakesTheClaimAlong)
     EXPECT_EQ(vault->title(), QStringLiteral("c.kdbx"));
     EXPECT_FALSE(vault->session().isDirty());
     auto& registry = rig.windows->openFiles();
-    EXPECT_EQ(registry.owner(pathOf(c)), vault->session().owner());
-    EXPECT_FALSE(registry.owner(pathOf(a)));
+    EXPECT_EQ(registry.owner(test::pathOf(c)), vault->session().owner());
+    EXPECT_FALSE(registry.owner(test::pathOf(a)));
 
     // A database that was never saved goes to Save As, which suggests a name.
     auto* fresh = rig.windows->newTab();
@@ -174,7 +161,7 @@ TEST(SaveClose, closingAsksAboutChangesAndQuitStopsAtCancel)
     test::UiRig rig;
     const QString a = rig.database("a.kdbx");
     const QString b = rig.database("b.kdbx");
-    auto* first = openUnlocked(rig, a);
+    auto* first = rig.openUnlocked(a);
     retitle(first, "Kept");
 
     rig.windows->closeVault(first);
@@ -191,7 +178,7 @@ TEST(SaveClose, closingAsksAboutChangesAndQuitStopsAtCancel)
     EXPECT_EQ(titleOnDisk(a), "Kept");
 
     // Locked with changes: the other note, and Save writes the sealed changes without unlocking.
-    auto* second = openUnlocked(rig, b);
+    auto* second = rig.openUnlocked(b);
     retitle(second, "Sealed");
     second->perform(ui::Command::lockDatabase);
     ASSERT_TRUE(second->session().hasLockedSnapshot());
@@ -204,8 +191,8 @@ TEST(SaveClose, closingAsksAboutChangesAndQuitStopsAtCancel)
 
     // Quitting asks each window with changes in turn and stops at Cancel; Don't Save discards.
     QSignalSpy quit(rig.windows.get(), &ui::Windows::quitRequested);
-    auto* one = openUnlocked(rig, a);
-    auto* two = openUnlocked(rig, b);
+    auto* one = rig.openUnlocked(a);
+    auto* two = rig.openUnlocked(b);
     retitle(one, "Dropped");
     retitle(two, "Dropped too");
     const auto asked = rig.asker.questions.size();
@@ -234,8 +221,9 @@ TEST(SaveClose, theChangesOfAKilledSaveAreOfferedBack)
 {
     test::UiRig rig;
     const QString path = rig.database("vault.kdbx");
-    std::filesystem::last_write_time(pathOf(path), std::filesystem::last_write_time(pathOf(path)) - std::chrono::hours(1));
-    auto* vault = openUnlocked(rig, path);
+    const auto file = test::pathOf(path);
+    std::filesystem::last_write_time(file, std::filesystem::last_write_time(file) - std::chrono::hours(1));
+    auto* vault = rig.openUnlocked(path);
     retitle(vault, "Only in the temporary file");
     vault->perform(ui::Command::saveDatabase);
     {
@@ -257,7 +245,7 @@ TEST(SaveClose, theChangesOfAKilledSaveAreOfferedBack)
 
     // "Yes": the changes come in unsaved; the database file is untouched and nothing is removed.
     rig.asker.confirmations = {true};
-    vault = openUnlocked(rig, path);
+    vault = rig.openUnlocked(path);
     rig.finishJobs();
     const QString question = rig.asker.questions.last();
     EXPECT_TRUE(question.startsWith(QStringLiteral("Quillon found changes that were not saved when it last stopped, from ")))
@@ -274,7 +262,7 @@ TEST(SaveClose, theChangesOfAKilledSaveAreOfferedBack)
     rig.asker.saveAnswers = {SaveAnswer::dontSave};
     rig.windows->closeVault(vault);
     const auto asked = rig.asker.questions.size();
-    vault = openUnlocked(rig, path);
+    vault = rig.openUnlocked(path);
     rig.finishJobs();
     EXPECT_EQ(rig.asker.questions.size(), asked);
     EXPECT_EQ(rig.asker.warnings.last(),
@@ -297,8 +285,8 @@ TEST(SaveClose, backupsBeforeSavingAndShowingThem)
         services.backups = &backups;
         services.runInBackground = [&rig](std::function<void()> job) { rig.jobs.push_back(std::move(job)); };
         state::DatabaseSession session(services);
-        auto read = files::readDiskBytes(pathOf(path));
-        session.adopt(pathOf(path), kdbx::KdbxFile::open(read.bytes, test::passwordOnly("right")),
+        auto read = files::readDiskBytes(test::pathOf(path));
+        session.adopt(test::pathOf(path), kdbx::KdbxFile::open(read.bytes, test::passwordOnly("right")),
                       test::passwordOnly("right"), read.stamp);
         QStringList subtitles;
         QList<QUrl> opened;

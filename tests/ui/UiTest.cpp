@@ -2,6 +2,8 @@
 
 #include "tests/support/TestDb.h"
 
+#include <gtest/gtest.h>
+
 #include <QClipboard>
 
 namespace quillon::test {
@@ -53,6 +55,15 @@ QString UiRig::database(const char* name)
     const auto path = dir / name;
     writeFile(path, tinyFile(passwordOnly("right")));
     return QString::fromStdString(path.string());
+}
+
+ui::VaultWindow* UiRig::openUnlocked(const QString& path, ui::MainWindow* window)
+{
+    auto* vault = windows->open(path, window, window ? window->currentVault() : nullptr);
+    vault->session().attemptUnlock(kdbx::SecureBytes::fromText("right"));
+    finishJobs();
+    EXPECT_TRUE(vault->session().isOpen());
+    return vault;
 }
 
 } // namespace quillon::test

@@ -6,6 +6,8 @@
 #include "tests/support/TempDir.h"
 #include "ui/Asker.h"
 #include "ui/Clipboard.h"
+#include "ui/MainWindow.h"
+#include "ui/VaultWindow.h"
 #include "ui/Windows.h"
 
 #include <QApplication>
@@ -18,6 +20,8 @@
 namespace quillon::test {
 
 QApplication& uiApplication();
+
+inline std::filesystem::path pathOf(const QString& path) { return std::filesystem::path(path.toStdString()); }
 
 // Records every alert and question, and answers each with the next queued answer of its kind.
 class AnsweringAsker final : public ui::Asker {
@@ -74,6 +78,8 @@ struct UiRig {
     void finishJobs();
     // A tiny database (Argon2 at 64 KiB) with the password "right", in the rig's folder.
     QString database(const char* name);
+    // The database at `path` opened and unlocked with "right", in the front window's tab when one is given.
+    ui::VaultWindow* openUnlocked(const QString& path, ui::MainWindow* window = nullptr);
 
     TempDir dir;
     state::Preferences preferences;
