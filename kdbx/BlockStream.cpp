@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <utility>
 
 namespace quillon::kdbx {
 namespace {
@@ -112,6 +113,44 @@ void readBlocks(ByteReader& reader, const SecureBytes& hmacBaseKey, const std::f
             return;
         each(data);
     }
+}
+
+BlockStreamReader::BlockStreamReader(const SecureBytes& hmacBaseKey, std::function<void(ByteView)> each)
+    : hmacBaseKey_(hmacBaseKey.copy()), each_(std::move(each))
+{
+}
+
+std::size_t BlockStreamReader::write(ByteView input)
+{
+    const std::size_t offered = input.size();
+    while (!input.empty() && !finished_) {
+        const std::size_t n = std::min(input.size(), want_ - pending_.size());
+        pending_.insert(pending_.end(), input.begin(), input.begin() + static_cast<std::ptrdiff_t>(n));
+        input = input.subspan(n);
+        if (pending_.size() < want_)
+            break;
+        if (!inData_) {
+            const std::uint32_t length = loadU32(ByteView(pending_).subspan(32, 4));
+            if (length > maxBlockSize)
+                throw KdbxError::malformedHeader("block too long");
+            want_ = 36 + length;
+            inData_ = true;
+            if (length != 0)
+                continue;
+        }
+        const ByteView data = ByteView(pending_).subspan(36);
+        if (!constantTimeEqual(ByteView(pending_).first(32), blockHmac(hmacBaseKey_, index_, data)))
+            throw KdbxError::blockCorrupt(index_);
+        ++index_;
+        if (data.empty())
+            finished_ = true;
+        else
+            each_(data);
+        pending_.clear();
+        want_ = 36;
+        inData_ = false;
+    }
+    return offered - input.size();
 }
 
 SecureBytes readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey)

@@ -44,6 +44,28 @@ private:
     std::uint64_t index_ = 0;
 };
 
+// The reading side of BlockStreamWriter, for a stream handed over in pieces of any size: each block's data goes to
+// `each` once its code has been checked, and only one block is held at a time. Throws blockCorrupt(i) for a block
+// whose code does not match, and malformedHeader for a block longer than any writer makes (maxBlockSize).
+class BlockStreamReader {
+public:
+    static constexpr std::size_t maxBlockSize = std::size_t{64} << 20;
+
+    BlockStreamReader(const SecureBytes& hmacBaseKey, std::function<void(ByteView)> each);
+    // Returns how much of input belongs to the stream: all of it until the empty final block has been read.
+    std::size_t write(ByteView input);
+    bool finished() const noexcept { return finished_; }
+
+private:
+    SecureBytes hmacBaseKey_;
+    std::function<void(ByteView)> each_;
+    std::vector<std::uint8_t> pending_; // ciphertext: nothing secret
+    std::size_t want_ = 36;              // the code and the length come first
+    bool inData_ = false;
+    bool finished_ = false;
+    std::uint64_t index_ = 0;
+};
+
 // Reads up to and including the empty final block, handing each non-empty block's data to `each` once
 // its code has been checked. Throws as readBlockStream does.
 void readBlocks(ByteReader& reader, const SecureBytes& hmacBaseKey, const std::function<void(ByteView)>& each);
