@@ -106,7 +106,7 @@ void writeAll(const Temporary& file, kdbx::ByteView bytes)
 void readBack(const Temporary& file, const DiskStamp& written, const SafeWrite::Check& check)
 {
     std::vector<std::uint8_t> piece(std::min<std::size_t>(static_cast<std::size_t>(written.size) + 1,
-                                                          std::size_t{1} << 20));
+                                                          std::size_t{256} << 10));
     kdbx::Sha256 digest;
     std::int64_t have = 0;
     for (;;) {

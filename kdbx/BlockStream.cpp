@@ -53,13 +53,16 @@ Digest256 headerHmac(ByteView rawHeader, const SecureBytes& hmacBaseKey)
 void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const SecureBytes& hmacBaseKey,
                       std::size_t blockSize)
 {
-    BlockStreamWriter writer(out, hmacBaseKey, blockSize);
     out.reserve(out.size() + ciphertext.size() + (ciphertext.size() / blockSize + 2) * 36);
+    const std::function<void(ByteView)> append = [&out](ByteView piece) {
+        out.insert(out.end(), piece.begin(), piece.end());
+    };
+    BlockStreamWriter writer(append, hmacBaseKey, blockSize);
     writer.write(ciphertext);
     writer.finish();
 }
 
-BlockStreamWriter::BlockStreamWriter(std::vector<std::uint8_t>& out, const SecureBytes& hmacBaseKey,
+BlockStreamWriter::BlockStreamWriter(const std::function<void(ByteView)>& out, const SecureBytes& hmacBaseKey,
                                      std::size_t blockSize)
     : out_(out), hmacBaseKey_(hmacBaseKey.copy()), blockSize_(blockSize)
 {
@@ -68,9 +71,13 @@ BlockStreamWriter::BlockStreamWriter(std::vector<std::uint8_t>& out, const Secur
 
 void BlockStreamWriter::block(ByteView piece)
 {
-    ByteWriter writer(out_);
+    std::vector<std::uint8_t> head;
+    ByteWriter writer(head);
     writer.bytes(blockHmac(hmacBaseKey_, index_++, piece));
-    writer.sized(piece);
+    writer.u32(static_cast<std::uint32_t>(piece.size()));
+    out_(head);
+    if (!piece.empty())
+        out_(piece);
 }
 
 void BlockStreamWriter::write(ByteView ciphertext)

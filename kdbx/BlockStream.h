@@ -24,11 +24,11 @@ Digest256 headerHmac(ByteView rawHeader, const SecureBytes& hmacBaseKey);
 void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const SecureBytes& hmacBaseKey,
                       std::size_t blockSize = std::size_t{1} << 20);
 
-// The same, for ciphertext handed over in pieces as it is produced: whole blocks are appended as soon as they
-// are full, so the joined ciphertext is never held apart from out.
+// The same, for ciphertext handed over in pieces as it is produced: each block goes to out (its code and length,
+// then its data) as soon as it is full, so no more than one block is held. out must outlive the writer.
 class BlockStreamWriter {
 public:
-    BlockStreamWriter(std::vector<std::uint8_t>& out, const SecureBytes& hmacBaseKey,
+    BlockStreamWriter(const std::function<void(ByteView)>& out, const SecureBytes& hmacBaseKey,
                       std::size_t blockSize = std::size_t{1} << 20);
     void write(ByteView ciphertext);
     // Appends the last partial block and the empty final block.
@@ -37,7 +37,7 @@ public:
 private:
     void block(ByteView piece);
 
-    std::vector<std::uint8_t>& out_;
+    const std::function<void(ByteView)>& out_;
     SecureBytes hmacBaseKey_;
     std::size_t blockSize_;
     std::vector<std::uint8_t> pending_; // ciphertext: nothing secret

@@ -330,18 +330,18 @@ private:
 };
 
 // Encrypts a body (the payload, compressed when the header says so) as it is handed over, and frames it: the
-// outer header, its digest and HMAC, then the block stream, handed on to out a block or so at a time.
+// outer header, its digest and HMAC, then the block stream, handed on to out a block at a time.
 class Framer {
 public:
     Framer(const OuterHeader& header, const DerivedKeys& keys, const std::function<void(ByteView)>& out)
-        : encryptor_(header, keys.masterKey), framed_(serialiseOuterHeader(header)),
-          blocks_(framed_, keys.hmacBaseKey), out_(out)
+        : encryptor_(header, keys.masterKey), blocks_(out, keys.hmacBaseKey)
     {
-        const Digest256 digest = headerDigest(framed_);
-        const Digest256 mac = headerHmac(framed_, keys.hmacBaseKey);
-        framed_.reserve(flushAt + (std::size_t{1} << 20) + 64);
-        framed_.insert(framed_.end(), digest.begin(), digest.end());
-        framed_.insert(framed_.end(), mac.begin(), mac.end());
+        std::vector<std::uint8_t> head = serialiseOuterHeader(header);
+        const Digest256 digest = headerDigest(head);
+        const Digest256 mac = headerHmac(head, keys.hmacBaseKey);
+        head.insert(head.end(), digest.begin(), digest.end());
+        head.insert(head.end(), mac.begin(), mac.end());
+        out(head);
     }
     void write(ByteView body)
     {
@@ -349,30 +349,18 @@ public:
             const ByteView piece = body.first(std::min(body.size(), pieceSize));
             blocks_.write(ByteView(cipher_.data(), encryptor_.update(piece, cipher_.data())));
             body = body.subspan(piece.size());
-            if (framed_.size() >= flushAt)
-                flush();
         }
     }
     void finish()
     {
         blocks_.write(ByteView(cipher_.data(), encryptor_.finish(cipher_.data())));
         blocks_.finish();
-        flush();
     }
 
 private:
-    void flush()
-    {
-        out_(framed_);
-        framed_.clear();
-    }
-
     static constexpr std::size_t pieceSize = std::size_t{64} << 10;
-    static constexpr std::size_t flushAt = std::size_t{1} << 20;
     PayloadEncryptor encryptor_;
-    std::vector<std::uint8_t> framed_; // ciphertext: nothing secret
     BlockStreamWriter blocks_;
-    const std::function<void(ByteView)>& out_;
     std::vector<std::uint8_t> cipher_ = std::vector<std::uint8_t>(pieceSize + 16); // ciphertext: nothing secret
 };
 
@@ -508,8 +496,8 @@ PayloadDigests KdbxFile::encodeTo(const Credentials& credentials, const std::fun
                                    : std::function<void(ByteView)>([&body](ByteView piece) { body.append(piece); }));
     {
         ChaCha20 stream = innerStream(inner);
-        const std::function<void(ByteView)> out = [&sink](ByteView piece) { sink(piece); };
-        DocumentWriter(stream, out).write(document);
+        const std::function<void(ByteView)> xml = [&sink](ByteView piece) { sink(piece); };
+        DocumentWriter(stream, xml).write(document);
     }
     digests.xmlSize = sink.size();
     digests.xml = sink.finish();

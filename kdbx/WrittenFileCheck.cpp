@@ -40,20 +40,26 @@ WrittenFileCheck::WrittenFileCheck(const Credentials& credentials, const Payload
 
 void WrittenFileCheck::write(ByteView piece)
 {
-    if (!blocks_) {
-        head_.insert(head_.end(), piece.begin(), piece.end());
+    // The header is gathered a little at a time, so that a large first piece is not copied whole.
+    while (!blocks_ && !piece.empty()) {
+        const ByteView some = piece.first(std::min(piece.size(), std::size_t{4} << 10));
+        head_.insert(head_.end(), some.begin(), some.end());
+        piece = piece.subspan(some.size());
         const auto length = headerLength(head_);
         if (!length || head_.size() < *length + codesSize) {
             if (head_.size() > BlockStreamReader::maxBlockSize)
                 throw KdbxError::malformedHeader(unexpectedEnd);
-            return;
+            continue;
         }
         header();
-        const auto rest = std::move(head_);
-        head_ = {};
-        piece = ByteView(rest).subspan(*length + codesSize);
-        return write(piece);
+        const std::vector<std::uint8_t> rest(head_.begin() + static_cast<std::ptrdiff_t>(*length + codesSize),
+                                             head_.end());
+        std::vector<std::uint8_t>().swap(head_);
+        if (blocks_->write(rest) != rest.size())
+            throw KdbxError::writtenFileDiffers(); // bytes after the final block
     }
+    if (!blocks_)
+        return;
     const std::size_t used = blocks_->write(piece);
     if (used != piece.size())
         throw KdbxError::writtenFileDiffers(); // bytes after the final block
