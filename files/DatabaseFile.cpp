@@ -3,8 +3,10 @@
 #include "files/CanonicalPath.h"
 #include "files/RegularFile.h"
 #include "files/SafeWrite.h"
+#include "kdbx/WrittenFileCheck.h"
 
 #include <limits>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -70,16 +72,24 @@ PreSaveBackup::Outcome DatabaseFile::saveTo(const std::filesystem::path& locatio
                                             const std::optional<DiskStamp>& expected,
                                             const kdbx::Credentials& credentials, const BackupSetting& backup)
 {
-    const EncodedDatabase encoded = encode(credentials);
-    const Committed done = commit(encoded, location, expected, backup, backedUp_);
+    EncodedDatabase encoded = encode(location, credentials);
+    const Committed done = commit(encoded, expected, backup, backedUp_);
     adopt(location, done.stamp);
     return done.backup;
 }
 
-EncodedDatabase DatabaseFile::encode(const kdbx::Credentials& credentials)
+EncodedDatabase DatabaseFile::encode(const std::filesystem::path& location, const kdbx::Credentials& credentials)
 {
-    kdbx::EncodedFile file = file_->encode(credentials);
-    return {std::move(file.bytes), file.digests, credentials.copy()};
+    // The temporary file is made with the first piece, so that a document the encoder refuses touches no file.
+    std::optional<SafeWrite> file;
+    const kdbx::PayloadDigests digests = file_->encodeTo(credentials, [&](kdbx::ByteView piece) {
+        if (!file)
+            file.emplace(SafeWrite::begin(location));
+        file->append(piece);
+    });
+    if (!file)
+        file.emplace(SafeWrite::begin(location));
+    return {location, std::move(*file), digests, credentials.copy()};
 }
 
 void DatabaseFile::adopt(const std::filesystem::path& location, const DiskStamp& stamp)
@@ -90,37 +100,43 @@ void DatabaseFile::adopt(const std::filesystem::path& location, const DiskStamp&
 
 namespace {
 
-Committed write(kdbx::ByteView bytes, const std::filesystem::path& location, const std::optional<DiskStamp>& expected,
-                const SafeWrite::Check& check, const BackupSetting& backup, PreSaveBackup& backedUp)
+// The pre-save backup, filed under the same text every run, whatever route reached the file, so that its backups
+// share one folder.
+SafeWrite::Backup backupFor(const std::filesystem::path& location, const BackupSetting& backup,
+                            PreSaveBackup& backedUp, Committed& done)
 {
-    Committed done;
-    // The same text every run, whatever route reached the file, so that its backups share one folder.
-    const std::filesystem::path database = canonicalPath(location);
-    const auto makeBackup = [&] {
+    return [database = canonicalPath(location), &backup, &backedUp, &done] {
         if (backup.backups)
             done.backup = backedUp.beforeSave(*backup.backups, database, backup.backUpBeforeSaving);
     };
-    done.stamp = SafeWrite::write(bytes, location, expected, check, makeBackup);
-    return done;
 }
 
 } // namespace
 
-Committed commit(const EncodedDatabase& encoded, const std::filesystem::path& location,
-                 const std::optional<DiskStamp>& expected, const BackupSetting& backup, PreSaveBackup& backedUp)
+Committed commit(EncodedDatabase& encoded, const std::optional<DiskStamp>& expected, const BackupSetting& backup,
+                 PreSaveBackup& backedUp, bool keepBytes)
 {
+    Committed done;
     // What is about to replace the file must open with the credentials that will be asked for next time, and
     // hold exactly what was encoded.
-    const auto check = [&encoded](kdbx::ByteView written) {
-        kdbx::KdbxFile::verify(written, encoded.credentials, encoded.digests);
+    kdbx::WrittenFileCheck check(encoded.credentials, encoded.digests);
+    const auto readBack = [&](kdbx::ByteView piece) {
+        if (piece.empty())
+            return check.finish();
+        check.write(piece);
+        if (keepBytes)
+            done.bytes.insert(done.bytes.end(), piece.begin(), piece.end());
     };
-    return write(encoded.bytes, location, expected, check, backup, backedUp);
+    done.stamp = encoded.file.finish(expected, readBack, backupFor(encoded.location, backup, backedUp, done));
+    return done;
 }
 
 Committed commitSealed(kdbx::ByteView bytes, const std::filesystem::path& location,
                        const std::optional<DiskStamp>& expected, const BackupSetting& backup, PreSaveBackup& backedUp)
 {
-    return write(bytes, location, expected, {}, backup, backedUp);
+    Committed done;
+    done.stamp = SafeWrite::write(bytes, location, expected, {}, backupFor(location, backup, backedUp, done));
+    return done;
 }
 
 } // namespace quillon::files

@@ -4,6 +4,7 @@
 #include "files/Backups.h"
 #include "files/DiskStamp.h"
 #include "files/PreSaveBackup.h"
+#include "files/SafeWrite.h"
 #include "kdbx/CompositeKey.h"
 #include "kdbx/KdbxFile.h"
 
@@ -33,11 +34,13 @@ struct BackupSetting {
     bool backUpBeforeSaving = true;
 };
 
-// A save encoded on the caller's thread and not yet written: the whole file, the digests of the payload it
-// carries and a copy of the credentials it must open with. It refers to nothing of the DatabaseFile or its
-// document, so it can be handed to another thread.
+// A save encoded and not yet in place: the whole file, already written to a temporary file beside its target
+// (never held in memory), the digests of the payload it carries and a copy of the credentials it must open with.
+// It refers to nothing of the DatabaseFile or its document, so it can be handed to another thread. Dropped
+// without commit(), it removes its temporary file.
 struct EncodedDatabase {
-    std::vector<std::uint8_t> bytes; // encrypted: nothing secret
+    std::filesystem::path location;
+    SafeWrite file;
     kdbx::PayloadDigests digests;
     kdbx::Credentials credentials;
 };
@@ -46,18 +49,21 @@ struct EncodedDatabase {
 struct Committed {
     DiskStamp stamp;
     PreSaveBackup::Outcome backup = PreSaveBackup::Outcome::skipped;
+    // The file as read back and proven, when commit() was asked to keep it (encrypted: nothing secret).
+    std::vector<std::uint8_t> bytes;
 };
 
-// Writes an encoded database to location through SafeWrite, if the file there still has the stamp expected:
-// a temporary file beside it, read back and proven to decrypt, with the credentials, to exactly the payload that
-// was encoded (a stream of a few hundred KiB, no second document), the pre-save backup, the last comparison,
-// the replacement. Throws as DatabaseFile::save does; any failure leaves the file on disk as it was.
+// Puts an encoded database in place at its location through SafeWrite, if the file there still has the stamp
+// expected: the temporary file is synced, read back and proven to decrypt, with the credentials, to exactly the
+// payload that was encoded (a stream of a few hundred KiB, no second document), then come the pre-save backup,
+// the last comparison and the replacement. With keepBytes, the file read back is returned too. Throws as
+// DatabaseFile::save does; any failure leaves the file on disk as it was and removes the temporary file.
 //
 // Thread safety: touches no DatabaseFile and no document, so it may run on a worker while the caller's thread
 // goes on (even editing: the encoded snapshot is what gets written). While it runs, encoded, backup.backups and
 // backedUp belong to it: one commit at a time per PreSaveBackup, and nothing else uses them meanwhile.
-Committed commit(const EncodedDatabase& encoded, const std::filesystem::path& location,
-                 const std::optional<DiskStamp>& expected, const BackupSetting& backup, PreSaveBackup& backedUp);
+Committed commit(EncodedDatabase& encoded, const std::optional<DiskStamp>& expected, const BackupSetting& backup,
+                 PreSaveBackup& backedUp, bool keepBytes = false);
 
 // Writes bytes encoded and sealed earlier, whose credentials are no longer held (a locked window's unsaved
 // changes): the same writer, backup and last comparison as commit(). The decryption check is left out; the writer
@@ -83,9 +89,9 @@ Committed commitSealed(kdbx::ByteView bytes, const std::filesystem::path& locati
 //
 // A window saves in two steps, so that it never freezes on a large database:
 //
-//     auto encoded = db.encode(credentials);                  // caller's thread: a snapshot of the document
-//     // on a worker: encoded, db.location(), db.stamp() and db.preSaveBackup() copied or lent to it
-//     Committed done = commit(encoded, location, expected, setting, backedUp);
+//     auto encoded = db.encode(location, credentials);        // caller's thread: a snapshot of the document
+//     // on a worker: encoded, db.stamp() and db.preSaveBackup() moved, copied or lent to it
+//     Committed done = commit(encoded, expected, setting, backedUp);
 //     // back on the caller's thread, after success only:
 //     db.adopt(location, done.stamp);
 //     openFiles.refresh(owner);                               // the file at location is a new one
@@ -123,8 +129,10 @@ public:
                                   const kdbx::Credentials& credentials, const BackupSetting& backup);
 
     // The first half of a save: draws fresh seeds into the header and encodes the document, which it only reads
-    // (nothing may change it meanwhile). Throws kdbx::KdbxError for a document no reader would open.
-    EncodedDatabase encode(const kdbx::Credentials& credentials);
+    // (nothing may change it meanwhile), into a temporary file beside location as it goes. Throws
+    // kdbx::KdbxError for a document no reader would open (before any file is touched), and SaveError as
+    // SafeWrite::begin and append do.
+    EncodedDatabase encode(const std::filesystem::path& location, const kdbx::Credentials& credentials);
     // After a commit succeeded: this object lives at location, and expects the file there to have stamp.
     void adopt(const std::filesystem::path& location, const DiskStamp& stamp);
     // The backups made in this object's life (one per file); lent to commit().

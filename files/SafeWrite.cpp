@@ -12,9 +12,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace quillon::files {
@@ -99,25 +101,34 @@ void writeAll(const Temporary& file, kdbx::ByteView bytes)
     }
 }
 
-// Reads the temporary file back in pieces and compares it with what was written, so that no second copy of a
-// large file is held.
-void readBack(const Temporary& file, kdbx::ByteView bytes)
+// Reads the temporary file back in pieces, hands them to the check and proves that they are exactly what was
+// written, by size and digest, so that no copy of a large file is held.
+void readBack(const Temporary& file, const DiskStamp& written, const SafeWrite::Check& check)
 {
-    std::vector<std::uint8_t> piece(std::min<std::size_t>(bytes.size(), std::size_t{1} << 20));
-    std::size_t have = 0;
-    while (have < bytes.size()) {
-        const std::size_t want = std::min(piece.size(), bytes.size() - have);
-        const ssize_t got = posix::pread(file.fd(), piece.data(), want, static_cast<off_t>(have));
+    std::vector<std::uint8_t> piece(std::min<std::size_t>(static_cast<std::size_t>(written.size) + 1,
+                                                          std::size_t{256} << 10));
+    kdbx::Sha256 digest;
+    std::int64_t have = 0;
+    for (;;) {
+        const ssize_t got = posix::pread(file.fd(), piece.data(), piece.size(), static_cast<off_t>(have));
         if (got < 0 && errno == EINTR)
             continue;
-        if (got <= 0)
-            throw failure(Step::readBackTemporary, file.path(), got < 0 ? errno : EIO);
-        const auto n = static_cast<std::size_t>(got);
-        const kdbx::ByteView expected = bytes.subspan(have, n);
-        if (!std::equal(expected.begin(), expected.end(), piece.begin()))
+        if (got < 0)
+            throw failure(Step::readBackTemporary, file.path());
+        if (got == 0)
+            break;
+        const kdbx::ByteView read(piece.data(), static_cast<std::size_t>(got));
+        have += got;
+        if (have > written.size)
             throw failure(Step::readBackTemporary, file.path(), EIO);
-        have += n;
+        digest.update(read);
+        if (check)
+            check(read);
     }
+    if (DiskStamp{have, digest.finish()} != written)
+        throw failure(Step::readBackTemporary, file.path(), EIO);
+    if (check)
+        check({});
 }
 
 // The stamp of the file at path; absent only when there is no file. Any other failure to read it is an error:
@@ -201,8 +212,28 @@ void replace(Temporary& file, const fs::path& resolved, const fs::path& target,
 
 } // namespace
 
-DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const std::optional<DiskStamp>& expected,
-                           const Check& check, const Backup& backup)
+struct SafeWrite::State {
+    State(fs::path target_, fs::path resolved_, mode_t mode_, fs::path temporary, int fd)
+        : target(std::move(target_)), resolved(std::move(resolved_)), mode(mode_), file(std::move(temporary), fd)
+    {
+    }
+    fs::path target;
+    fs::path resolved;
+    mode_t mode;
+    Temporary file;
+    kdbx::Sha256 digest;
+    std::int64_t size = 0;
+    bool broken = false; // an append failed: what is on disk is not what was handed over
+};
+
+SafeWrite::SafeWrite(std::unique_ptr<State> state) : state_(std::move(state)) {}
+SafeWrite::SafeWrite(SafeWrite&&) noexcept = default;
+SafeWrite& SafeWrite::operator=(SafeWrite&&) noexcept = default;
+SafeWrite::~SafeWrite() = default;
+
+void SafeWrite::abandon() noexcept { state_.reset(); }
+
+SafeWrite SafeWrite::begin(const fs::path& target)
 {
     if (!target.has_filename())
         throw failure(Step::save, target, EISDIR);
@@ -230,19 +261,37 @@ DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const s
         throw failure(Step::readOnlyFolder, target, EACCES);
     requireWritable(folder, Step::readOnlyFolder, Step::checkFolderPermissions, target);
 
-    const fs::path temporaryPath = temporaryBeside(resolved);
+    fs::path temporaryPath = temporaryBeside(resolved);
     const int fd = posix::open(temporaryPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0)
         throw failure(Step::createTemporary, temporaryPath);
-    Temporary file(temporaryPath, fd);
+    return SafeWrite(std::make_unique<State>(target, resolved, mode, std::move(temporaryPath), fd));
+}
 
-    writeAll(file, bytes);
+void SafeWrite::append(kdbx::ByteView bytes)
+{
+    if (!state_ || state_->broken)
+        throw std::logic_error("append to a save that is over");
+    state_->broken = true;
+    writeAll(state_->file, bytes);
+    state_->digest.update(bytes);
+    state_->size += static_cast<std::int64_t>(bytes.size());
+    state_->broken = false;
+}
+
+DiskStamp SafeWrite::finish(const std::optional<DiskStamp>& expected, const Check& check, const Backup& backup)
+{
+    if (!state_ || state_->broken)
+        throw std::logic_error("finish of a save that is over");
+    // Whatever happens below, this save is over: the temporary file goes with it unless it was renamed.
+    const std::unique_ptr<State> state = std::move(state_);
+    Temporary& file = state->file;
+    const DiskStamp written{state->size, state->digest.finish()};
+
     if (posix::fsync(file.fd()) != 0)
         throw failure(Step::writeTemporary, file.path());
-    if (check) {
-        readBack(file, bytes);
-        check(bytes);
-    }
+    if (check)
+        readBack(file, written, check);
 
     if (backup) {
         try {
@@ -251,17 +300,25 @@ DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const s
         }
     }
 
-    if (posix::fchmod(file.fd(), mode) != 0)
+    if (posix::fchmod(file.fd(), state->mode) != 0)
         throw failure(Step::setPermissions, file.path());
     if (file.close() != 0)
         throw failure(Step::writeTemporary, file.path());
     // Nothing but the rename between this comparison and the replacement, so that the window in which another
     // app's change could slip through is as short as the file system allows.
-    if (currentStamp(resolved, target) != expected)
-        throw ChangedOnDisk(target.filename().string());
-    replace(file, resolved, target, expected);
-    syncFolder(folder);
-    return DiskStamp::of(bytes);
+    if (currentStamp(state->resolved, state->target) != expected)
+        throw ChangedOnDisk(state->target.filename().string());
+    replace(file, state->resolved, state->target, expected);
+    syncFolder(state->resolved.parent_path());
+    return written;
+}
+
+DiskStamp SafeWrite::write(kdbx::ByteView bytes, const fs::path& target, const std::optional<DiskStamp>& expected,
+                           const Check& check, const Backup& backup)
+{
+    SafeWrite write = begin(target);
+    write.append(bytes);
+    return write.finish(expected, check, backup);
 }
 
 } // namespace quillon::files

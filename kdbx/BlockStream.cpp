@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <utility>
 
 namespace quillon::kdbx {
 namespace {
@@ -52,13 +53,16 @@ Digest256 headerHmac(ByteView rawHeader, const SecureBytes& hmacBaseKey)
 void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const SecureBytes& hmacBaseKey,
                       std::size_t blockSize)
 {
-    BlockStreamWriter writer(out, hmacBaseKey, blockSize);
     out.reserve(out.size() + ciphertext.size() + (ciphertext.size() / blockSize + 2) * 36);
+    const std::function<void(ByteView)> append = [&out](ByteView piece) {
+        out.insert(out.end(), piece.begin(), piece.end());
+    };
+    BlockStreamWriter writer(append, hmacBaseKey, blockSize);
     writer.write(ciphertext);
     writer.finish();
 }
 
-BlockStreamWriter::BlockStreamWriter(std::vector<std::uint8_t>& out, const SecureBytes& hmacBaseKey,
+BlockStreamWriter::BlockStreamWriter(const std::function<void(ByteView)>& out, const SecureBytes& hmacBaseKey,
                                      std::size_t blockSize)
     : out_(out), hmacBaseKey_(hmacBaseKey.copy()), blockSize_(blockSize)
 {
@@ -67,9 +71,13 @@ BlockStreamWriter::BlockStreamWriter(std::vector<std::uint8_t>& out, const Secur
 
 void BlockStreamWriter::block(ByteView piece)
 {
-    ByteWriter writer(out_);
+    std::vector<std::uint8_t> head;
+    ByteWriter writer(head);
     writer.bytes(blockHmac(hmacBaseKey_, index_++, piece));
-    writer.sized(piece);
+    writer.u32(static_cast<std::uint32_t>(piece.size()));
+    out_(head);
+    if (!piece.empty())
+        out_(piece);
 }
 
 void BlockStreamWriter::write(ByteView ciphertext)
@@ -112,6 +120,44 @@ void readBlocks(ByteReader& reader, const SecureBytes& hmacBaseKey, const std::f
             return;
         each(data);
     }
+}
+
+BlockStreamReader::BlockStreamReader(const SecureBytes& hmacBaseKey, std::function<void(ByteView)> each)
+    : hmacBaseKey_(hmacBaseKey.copy()), each_(std::move(each))
+{
+}
+
+std::size_t BlockStreamReader::write(ByteView input)
+{
+    const std::size_t offered = input.size();
+    while (!input.empty() && !finished_) {
+        const std::size_t n = std::min(input.size(), want_ - pending_.size());
+        pending_.insert(pending_.end(), input.begin(), input.begin() + static_cast<std::ptrdiff_t>(n));
+        input = input.subspan(n);
+        if (pending_.size() < want_)
+            break;
+        if (!inData_) {
+            const std::uint32_t length = loadU32(ByteView(pending_).subspan(32, 4));
+            if (length > maxBlockSize)
+                throw KdbxError::malformedHeader("block too long");
+            want_ = 36 + length;
+            inData_ = true;
+            if (length != 0)
+                continue;
+        }
+        const ByteView data = ByteView(pending_).subspan(36);
+        if (!constantTimeEqual(ByteView(pending_).first(32), blockHmac(hmacBaseKey_, index_, data)))
+            throw KdbxError::blockCorrupt(index_);
+        ++index_;
+        if (data.empty())
+            finished_ = true;
+        else
+            each_(data);
+        pending_.clear();
+        want_ = 36;
+        inData_ = false;
+    }
+    return offered - input.size();
 }
 
 SecureBytes readBlockStream(ByteReader& reader, const SecureBytes& hmacBaseKey)

@@ -24,11 +24,11 @@ Digest256 headerHmac(ByteView rawHeader, const SecureBytes& hmacBaseKey);
 void writeBlockStream(std::vector<std::uint8_t>& out, ByteView ciphertext, const SecureBytes& hmacBaseKey,
                       std::size_t blockSize = std::size_t{1} << 20);
 
-// The same, for ciphertext handed over in pieces as it is produced: whole blocks are appended as soon as they
-// are full, so the joined ciphertext is never held apart from out.
+// The same, for ciphertext handed over in pieces as it is produced: each block goes to out (its code and length,
+// then its data) as soon as it is full, so no more than one block is held. out must outlive the writer.
 class BlockStreamWriter {
 public:
-    BlockStreamWriter(std::vector<std::uint8_t>& out, const SecureBytes& hmacBaseKey,
+    BlockStreamWriter(const std::function<void(ByteView)>& out, const SecureBytes& hmacBaseKey,
                       std::size_t blockSize = std::size_t{1} << 20);
     void write(ByteView ciphertext);
     // Appends the last partial block and the empty final block.
@@ -37,10 +37,32 @@ public:
 private:
     void block(ByteView piece);
 
-    std::vector<std::uint8_t>& out_;
+    const std::function<void(ByteView)>& out_;
     SecureBytes hmacBaseKey_;
     std::size_t blockSize_;
     std::vector<std::uint8_t> pending_; // ciphertext: nothing secret
+    std::uint64_t index_ = 0;
+};
+
+// The reading side of BlockStreamWriter, for a stream handed over in pieces of any size: each block's data goes to
+// `each` once its code has been checked, and only one block is held at a time. Throws blockCorrupt(i) for a block
+// whose code does not match, and malformedHeader for a block longer than any writer makes (maxBlockSize).
+class BlockStreamReader {
+public:
+    static constexpr std::size_t maxBlockSize = std::size_t{64} << 20;
+
+    BlockStreamReader(const SecureBytes& hmacBaseKey, std::function<void(ByteView)> each);
+    // Returns how much of input belongs to the stream: all of it until the empty final block has been read.
+    std::size_t write(ByteView input);
+    bool finished() const noexcept { return finished_; }
+
+private:
+    SecureBytes hmacBaseKey_;
+    std::function<void(ByteView)> each_;
+    std::vector<std::uint8_t> pending_; // ciphertext: nothing secret
+    std::size_t want_ = 36;              // the code and the length come first
+    bool inData_ = false;
+    bool finished_ = false;
     std::uint64_t index_ = 0;
 };
 

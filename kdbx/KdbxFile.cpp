@@ -9,6 +9,7 @@
 #include "kdbx/KdbxTime.h"
 #include "kdbx/PayloadCipher.h"
 #include "kdbx/Random.h"
+#include "kdbx/WrittenFileCheck.h"
 
 #include <algorithm>
 #include <chrono>
@@ -329,20 +330,18 @@ private:
 };
 
 // Encrypts a body (the payload, compressed when the header says so) as it is handed over, and frames it: the
-// outer header, its digest and HMAC, then the block stream. The file is sized once, from the body's size or a
-// guess at it.
+// outer header, its digest and HMAC, then the block stream, handed on to out a block at a time.
 class Framer {
 public:
-    Framer(const OuterHeader& header, const DerivedKeys& keys, std::size_t bodySize)
-        : encryptor_(header, keys.masterKey), out_(serialiseOuterHeader(header)), blocks_(out_, keys.hmacBaseKey)
+    Framer(const OuterHeader& header, const DerivedKeys& keys, const std::function<void(ByteView)>& out)
+        : encryptor_(header, keys.masterKey), blocks_(out, keys.hmacBaseKey)
     {
-        const Digest256 digest = headerDigest(out_);
-        const Digest256 mac = headerHmac(out_, keys.hmacBaseKey);
-        // A quarter more than expected costs nothing until it is written to, and spares a copy of the whole file
-        // when the body outgrows a size that was only a guess.
-        out_.reserve(out_.size() + 64 + bodySize + bodySize / 4 + 16 + (bodySize / (std::size_t{1} << 20) + 2) * 36);
-        out_.insert(out_.end(), digest.begin(), digest.end());
-        out_.insert(out_.end(), mac.begin(), mac.end());
+        std::vector<std::uint8_t> head = serialiseOuterHeader(header);
+        const Digest256 digest = headerDigest(head);
+        const Digest256 mac = headerHmac(head, keys.hmacBaseKey);
+        head.insert(head.end(), digest.begin(), digest.end());
+        head.insert(head.end(), mac.begin(), mac.end());
+        out(head);
     }
     void write(ByteView body)
     {
@@ -352,17 +351,15 @@ public:
             body = body.subspan(piece.size());
         }
     }
-    std::vector<std::uint8_t> finish()
+    void finish()
     {
         blocks_.write(ByteView(cipher_.data(), encryptor_.finish(cipher_.data())));
         blocks_.finish();
-        return std::move(out_);
     }
 
 private:
     static constexpr std::size_t pieceSize = std::size_t{64} << 10;
     PayloadEncryptor encryptor_;
-    std::vector<std::uint8_t> out_;
     BlockStreamWriter blocks_;
     std::vector<std::uint8_t> cipher_ = std::vector<std::uint8_t>(pieceSize + 16); // ciphertext: nothing secret
 };
@@ -437,6 +434,18 @@ std::unique_ptr<KdbxFile> KdbxFile::decode(ByteView fileBytes, const Credentials
 
 EncodedFile KdbxFile::encode(const Credentials& credentials)
 {
+    EncodedFile encoded;
+    // A quarter more than the last file costs nothing until it is written to, and spares copies of the whole
+    // file when this one is larger.
+    encoded.bytes.reserve(fileSizeHint_ + fileSizeHint_ / 4 + 4096);
+    encoded.digests = encodeTo(credentials, [&encoded](ByteView piece) {
+        encoded.bytes.insert(encoded.bytes.end(), piece.begin(), piece.end());
+    });
+    return encoded;
+}
+
+PayloadDigests KdbxFile::encodeTo(const Credentials& credentials, const std::function<void(ByteView)>& out)
+{
     const bool chacha = isIdentifier(header.cipher, cipherChaCha20);
     if (!chacha && !isIdentifier(header.cipher, cipherAes256))
         throw KdbxError::unsupportedCipher("write");
@@ -453,12 +462,12 @@ EncodedFile KdbxFile::encode(const Credentials& credentials)
     auto keys = std::async(std::launch::async | std::launch::deferred,
                            [this, &credentials] { return keysFor(header, credentials); });
 
-    EncodedFile encoded;
+    PayloadDigests digests;
     SecureBytes body;
     serialiseInnerHeader(inner, body);
     const std::size_t innerSize = body.size();
-    encoded.digests.innerHeaderSize = innerSize;
-    sha256({body.span()}, encoded.digests.innerHeader);
+    digests.innerHeaderSize = innerSize;
+    sha256({body.span()}, digests.innerHeader);
     GzipWriter packed;
     if (header.compressed) {
         packed.write(body.span());
@@ -468,10 +477,15 @@ EncodedFile KdbxFile::encode(const Credentials& credentials)
     }
     // Once the keys are there, compressed slices are encrypted and framed as soon as they are deflated, so the
     // compressed body never waits whole beside the file being framed.
+    std::uint64_t written = 0;
+    const std::function<void(ByteView)> counted = [&](ByteView piece) {
+        written += piece.size();
+        out(piece);
+    };
     std::optional<Framer> framer;
     const auto frameReady = [&] {
         if (!framer && keys.wait_for(std::chrono::seconds(0)) == std::future_status::ready)
-            framer.emplace(header, keys.get(), fileSizeHint_);
+            framer.emplace(header, keys.get(), counted);
         if (framer)
             packed.drainReady([&framer](ByteView piece) { framer->write(piece); });
     };
@@ -482,80 +496,33 @@ EncodedFile KdbxFile::encode(const Credentials& credentials)
                                    : std::function<void(ByteView)>([&body](ByteView piece) { body.append(piece); }));
     {
         ChaCha20 stream = innerStream(inner);
-        const std::function<void(ByteView)> out = [&sink](ByteView piece) { sink(piece); };
-        DocumentWriter(stream, out).write(document);
+        const std::function<void(ByteView)> xml = [&sink](ByteView piece) { sink(piece); };
+        DocumentWriter(stream, xml).write(document);
     }
-    encoded.digests.xmlSize = sink.size();
-    encoded.digests.xml = sink.finish();
+    digests.xmlSize = sink.size();
+    digests.xml = sink.finish();
     xmlSizeHint_ = static_cast<std::size_t>(sink.size());
 
     if (header.compressed) {
-        const std::size_t rest = packed.close();
+        packed.close();
         if (!framer)
-            framer.emplace(header, keys.get(), rest);
+            framer.emplace(header, keys.get(), counted);
         packed.drain([&framer](ByteView piece) { framer->write(piece); });
     } else {
-        framer.emplace(header, keys.get(), body.size());
+        framer.emplace(header, keys.get(), counted);
         framer->write(body.span());
         body.wipe();
     }
-    encoded.bytes = framer->finish();
-    fileSizeHint_ = encoded.bytes.size();
-    return encoded;
+    framer->finish();
+    fileSizeHint_ = static_cast<std::size_t>(written);
+    return digests;
 }
 
 void KdbxFile::verify(ByteView fileBytes, const Credentials& credentials, const PayloadDigests& digests)
 {
-    ByteReader reader(fileBytes);
-    const ParsedOuterHeader parsed = parseOuterHeader(reader);
-    if (!constantTimeEqual(reader.bytes(32), headerDigest(parsed.raw)))
-        throw KdbxError::headerCorrupt();
-    const DerivedKeys keys = keysFor(parsed.header, credentials);
-    if (!constantTimeEqual(reader.bytes(32), headerHmac(parsed.raw, keys.hmacBaseKey)))
-        throw KdbxError::wrongCredentials();
-
-    // The payload as it comes out: the inner header first, then the XML, each into its own digest.
-    std::uint64_t seen = 0;
-    Sha256 innerDigest, xmlDigest;
-    const auto payload = [&](ByteView plain) {
-        if (seen < digests.innerHeaderSize) {
-            const auto n =
-                static_cast<std::size_t>(std::min<std::uint64_t>(plain.size(), digests.innerHeaderSize - seen));
-            innerDigest.update(plain.first(n));
-            plain = plain.subspan(n);
-            seen += n;
-        }
-        xmlDigest.update(plain);
-        seen += plain.size();
-    };
-    std::optional<GunzipReader> gunzip;
-    if (parsed.header.compressed)
-        gunzip.emplace(payload);
-    const auto decrypted = [&](ByteView plain) {
-        if (gunzip)
-            gunzip->write(plain);
-        else
-            payload(plain);
-    };
-
-    PayloadDecryptor decryptor = payloadDecryptor(parsed.header, keys);
-    constexpr std::size_t pieceSize = std::size_t{64} << 10;
-    SecureBytes plain = SecureBytes::uninitialised(pieceSize + 16);
-    readBlocks(reader, keys.hmacBaseKey, [&](ByteView block) {
-        while (!block.empty()) {
-            const ByteView piece = block.first(std::min(block.size(), pieceSize));
-            decrypted(plain.span().first(decryptor.update(piece, plain.data())));
-            block = block.subspan(piece.size());
-        }
-    });
-    decrypted(plain.span().first(decryptor.finish(plain.data())));
-    if (gunzip)
-        gunzip->finish();
-
-    const Digest256 innerSeen = innerDigest.finish(), xmlSeen = xmlDigest.finish();
-    if (reader.remaining() != 0 || seen != digests.innerHeaderSize + digests.xmlSize ||
-        !constantTimeEqual(innerSeen, digests.innerHeader) || !constantTimeEqual(xmlSeen, digests.xml))
-        throw KdbxError::writtenFileDiffers();
+    WrittenFileCheck check(credentials, digests);
+    check.write(fileBytes);
+    check.finish();
 }
 
 std::vector<std::uint8_t> KdbxFile::seal(const OuterHeader& header, const Credentials& credentials, SecureBytes payload)
@@ -568,10 +535,16 @@ std::vector<std::uint8_t> KdbxFile::seal(const OuterHeader& header, const Creden
         payload.wipe();
         payload = packed.finish();
     }
-    Framer framer(header, keysFor(header, credentials), payload.size());
+    std::vector<std::uint8_t> bytes;
+    bytes.reserve(payload.size() + payload.size() / 64 + 4096);
+    const std::function<void(ByteView)> out = [&bytes](ByteView piece) {
+        bytes.insert(bytes.end(), piece.begin(), piece.end());
+    };
+    Framer framer(header, keysFor(header, credentials), out);
     framer.write(payload.span());
     payload.wipe();
-    return framer.finish();
+    framer.finish();
+    return bytes;
 }
 
 std::unique_ptr<KdbxFile> KdbxFile::newDatabase()

@@ -61,10 +61,14 @@ public:
     // encodes the document into a whole file. The document is only read. A document without its KeePassFile
     // element is refused (malformedXML): no reader would open it.
     EncodedFile encode(const Credentials& credentials);
+    // The same, handing the file to out in pieces (a block or so each) as they are produced, so that the whole
+    // file is never held; returns the digests of the payload written.
+    PayloadDigests encodeTo(const Credentials& credentials, const std::function<void(ByteView)>& out);
     std::vector<std::uint8_t> save(const Credentials& credentials) { return encode(credentials).bytes; }
     // Proves that fileBytes open with the credentials (header digest, key derivation, header and block codes)
     // and decrypt and inflate to exactly the payload that digests describe. Runs as a stream, in a few hundred
-    // KiB whatever the size of the file. Throws what open throws, or writtenFileDiffers.
+    // KiB whatever the size of the file (WrittenFileCheck takes it in pieces). Throws what open throws, or
+    // writtenFileDiffers.
     static void verify(ByteView fileBytes, const Credentials& credentials, const PayloadDigests& digests);
     // Encrypts a finished payload (inner header and XML) into a whole file under the header's cipher,
     // compression and key-derivation settings, as they stand.

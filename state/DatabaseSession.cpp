@@ -640,11 +640,12 @@ files::PreSaveBackup::Outcome DatabaseSession::saveTo(const std::filesystem::pat
         throw std::logic_error("nothing to save, or a save is running");
     finishEncoding();
     const auto position = undo_.position();
-    const auto encoded = file_->encode(*credentials_);
+    auto encoded = file_->encode(location, *credentials_);
     const std::lock_guard held(services_.runBackups->mutex);
-    const auto done = files::commit(encoded, location, expected, backupSetting(), services_.runBackups->record);
+    auto done = files::commit(encoded, expected, backupSetting(), services_.runBackups->record,
+                              services_.keepsLastFile);
     afterSave(location, done.stamp, position);
-    keepLastFile(encoded.bytes);
+    keepLastFile(std::move(done.bytes));
     return done.backup;
 }
 
@@ -659,7 +660,7 @@ bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
             [sealed, location, expected](const files::BackupSetting &setting, files::PreSaveBackup &record) {
                 return files::commitSealed(*sealed, location, expected, setting, record);
             },
-            [this, location, sealed](const files::Committed &done) {
+            [this, location, sealed](files::Committed &done) {
                 location_ = location;
                 if (services_.openFiles) {
                     services_.openFiles->claim(location, owner_);
@@ -683,25 +684,26 @@ bool DatabaseSession::saveInBackground(const std::filesystem::path &location,
     // The encoding runs on the worker too; until it is done, whatever would change the document waits for it
     // (or runs it, when the worker has not started yet).
     auto job = std::make_shared<EncodeJob>(
-        [file = file_.get(), credentials = std::make_shared<kdbx::Credentials>(credentials_->copy())] {
-            return file->encode(*credentials);
+        [file = file_.get(), location, credentials = std::make_shared<kdbx::Credentials>(credentials_->copy())] {
+            return file->encode(location, *credentials);
         });
     encoding_ = job;
     commitInBackground(
-        [job, location, expected](const files::BackupSetting &setting, files::PreSaveBackup &record) {
+        [job, expected, keep = services_.keepsLastFile](const files::BackupSetting &setting,
+                                                         files::PreSaveBackup &record) {
             job->finish();
-            return files::commit(job->result(), location, expected, setting, record);
+            return files::commit(job->result(), expected, setting, record, keep);
         },
-        [this, location, position, job](const files::Committed &done) {
+        [this, location, position](files::Committed &done) {
             afterSave(location, done.stamp, position);
-            keepLastFile(job->result().bytes);
+            keepLastFile(std::move(done.bytes));
         });
     return true;
 }
 
 void DatabaseSession::commitInBackground(
     std::function<files::Committed(const files::BackupSetting &, files::PreSaveBackup &)> write,
-    std::function<void(const files::Committed &)> adopt)
+    std::function<void(files::Committed &)> adopt)
 {
     saving_ = true;
     struct Outcome {

@@ -57,6 +57,9 @@ struct SessionServices {
     std::function<void(std::function<void()>)> runInBackground;
     // The document's clock and the idle timer's.
     std::function<kdbx::SystemTime()> clock = [] { return std::chrono::system_clock::now(); };
+    // Whether the file as last read or written is kept (encrypted) for comparing and merging with another
+    // program's change. The command line compares nothing, and saves in less memory without it.
+    bool keepsLastFile = true;
 };
 
 enum class ItemKind : std::uint8_t { entry, group };
@@ -179,11 +182,11 @@ public:
     // Expecting the stamp given (the user agreed to overwrite, or Save As); the session then lives there.
     files::PreSaveBackup::Outcome saveTo(const std::filesystem::path &location,
                                          const std::optional<files::DiskStamp> &expected);
-    // The same without freezing the caller: the document is encoded here, then written, checked and backed up
-    // on a worker; saved or saveFailed follows. Changes made meanwhile stay unsaved, and a lock asked for
-    // meanwhile waits for the end. Locked with a snapshot, the sealed snapshot itself is written, without
-    // unlocking, and the session then shows the file locked. False when a save is already running or there is
-    // nothing to save.
+    // The same without freezing the caller: the document is encoded into a temporary file beside location,
+    // then checked, backed up and put in place, on a worker; saved or saveFailed follows. Changes made
+    // meanwhile stay unsaved, and a lock asked for meanwhile waits for the end. Locked with a snapshot, the
+    // sealed snapshot itself is written, without unlocking, and the session then shows the file locked. False
+    // when a save is already running or there is nothing to save.
     bool saveInBackground(const std::filesystem::path &location, const std::optional<files::DiskStamp> &expected);
     bool isSaving() const noexcept { return saving_; }
     // Open with credentials, or locked with a snapshot.
@@ -306,10 +309,10 @@ private:
     // Runs write on a worker with the run's backup record; saved or saveFailed follows on this thread, after
     // adopt on success.
     void commitInBackground(std::function<files::Committed(const files::BackupSetting &, files::PreSaveBackup &)> write,
-                            std::function<void(const files::Committed &)> adopt);
+                            std::function<void(files::Committed &)> adopt);
     void lookForLeftover();
     void decodeLater(std::function<Decoded()> decode, DecodedThen then);
-    // The file just read or written, which opens with the session's credentials.
+    // The file just read or written, which opens with the session's credentials; empty bytes keep none.
     void keepLastFile(std::vector<std::uint8_t> bytes);
     void finishLeftover(std::uint64_t token, const std::filesystem::path &path, LeftoverResult result);
 

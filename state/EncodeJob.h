@@ -48,8 +48,9 @@ public:
         done_.wait(lock, [this] { return state_ == State::done; });
     }
 
-    // The encoded file, or what stopped it, thrown again.
-    const files::EncodedDatabase& result() const
+    // The encoded file, or what stopped it, thrown again. Once finish() has returned, it belongs to the one
+    // thread that commits it.
+    files::EncodedDatabase& result()
     {
         if (error_)
             std::rethrow_exception(error_);

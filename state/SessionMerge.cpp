@@ -8,7 +8,7 @@ namespace quillon::state {
 
 void DatabaseSession::keepLastFile(std::vector<std::uint8_t> bytes)
 {
-    if (!credentials_ || isDecoy_) {
+    if (!credentials_ || isDecoy_ || !services_.keepsLastFile || bytes.empty()) {
         lastBytes_.reset();
         lastCredentials_.reset();
         return;

@@ -77,6 +77,7 @@ OpenDatabase::OpenDatabase(Invocation& call, const std::filesystem::path& path) 
     state::SessionServices services;
     services.backups = backups_ ? &*backups_ : nullptr;
     services.backUpBeforeSaving = [&io] { return !io.backUpBeforeSaving || io.backUpBeforeSaving(); };
+    services.keepsLastFile = false; // nothing to compare with in one command
     session_ = std::make_unique<state::DatabaseSession>(std::move(services));
     session_->adopt(path, std::move(file), std::move(credentials), read.stamp);
 }

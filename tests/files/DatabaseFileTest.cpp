@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <future>
 #include <optional>
 #include <string>
@@ -178,30 +179,33 @@ TEST(DatabaseFile, aCommitOnAWorkerWritesTheSnapshotAndIsCheckedAgainstIt)
     auto db = DatabaseFile::open(path, credentials);
 
     db.file().document.select_node(title).node().text().set("Snapshot");
-    const EncodedDatabase encoded = db.encode(credentials);
-    EXPECT_EQ(text(db, password), "s3cret") << "plain values are back as soon as encode returns";
-
     // Each way the written file could fail to hold the snapshot stops the save, with the file left as it was.
-    const auto refused = [&](EncodedDatabase tampered) {
-        EXPECT_THROW(commit(tampered, path, db.stamp(), {&backups, true}, db.preSaveBackup()), kdbx::KdbxError);
+    const auto refused = [&](const std::function<void(EncodedDatabase&)>& tamper) {
+        EncodedDatabase tampered = db.encode(path, credentials);
+        tamper(tampered);
+        EXPECT_THROW(commit(tampered, db.stamp(), {&backups, true}, db.preSaveBackup()), kdbx::KdbxError);
         EXPECT_EQ(readFile(path), original);
         EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
     };
-    EncodedDatabase wrongXml{encoded.bytes, encoded.digests, credentials.copy()};
-    wrongXml.digests.xml[0] ^= 1;
-    refused(std::move(wrongXml));
-    EncodedDatabase wrongInner{encoded.bytes, encoded.digests, credentials.copy()};
-    wrongInner.digests.innerHeader[31] ^= 1;
-    refused(std::move(wrongInner));
-    refused(EncodedDatabase{encoded.bytes, encoded.digests, passwordOnly("other")});
+    refused([](EncodedDatabase& e) { e.digests.xml[0] ^= 1; });
+    refused([](EncodedDatabase& e) { e.digests.innerHeader[31] ^= 1; });
+    refused([](EncodedDatabase& e) { e.credentials = passwordOnly("other"); });
+    {
+        const EncodedDatabase dropped = db.encode(path, credentials);
+        EXPECT_EQ(leftovers(dir.path()).size(), 1u) << "the file is written while it is encoded";
+    }
+    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty()) << "an encoding never committed leaves nothing";
 
-    auto worker = std::async(std::launch::async, [&, location = db.location(), expected = db.stamp()] {
-        return commit(encoded, location, expected, {&backups, true}, db.preSaveBackup());
+    EncodedDatabase encoded = db.encode(path, credentials);
+    EXPECT_EQ(text(db, password), "s3cret") << "plain values are back as soon as encode returns";
+    auto worker = std::async(std::launch::async, [&, expected = db.stamp()] {
+        return commit(encoded, expected, {&backups, true}, db.preSaveBackup(), true);
     });
     db.file().document.select_node(title).node().text().set("Typed meanwhile");
     const Committed done = worker.get();
     EXPECT_EQ(done.backup, PreSaveBackup::Outcome::made);
     EXPECT_EQ(done.stamp, DiskStamp::ofFile(path));
+    EXPECT_EQ(done.bytes, readFile(path));
     EXPECT_EQ(db.stamp(), DiskStamp::of(original)) << "adopted only on the caller's thread";
     db.adopt(path, done.stamp);
     EXPECT_EQ(db.stamp(), DiskStamp::ofFile(path));

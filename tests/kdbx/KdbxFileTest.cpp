@@ -4,6 +4,7 @@
 #include "kdbx/KdbxFile.h"
 #include "kdbx/KeyFile.h"
 #include "kdbx/Random.h"
+#include "kdbx/WrittenFileCheck.h"
 #include "tests/support/TestDb.h"
 
 #include <gmock/gmock.h>
@@ -221,7 +222,13 @@ TEST(KdbxFile, verifyProvesAFileHoldsExactlyWhatWasEncoded)
             file->inner.binaries.push_back({0, SecureBytes::from(randomBytes((std::size_t{5} << 20) + 12345))});
             const EncodedFile encoded = file->encode(key);
             ASSERT_GT(encoded.bytes.size(), std::size_t{5} << 20);
-            EXPECT_NO_THROW(KdbxFile::verify(encoded.bytes, key, encoded.digests));
+            EXPECT_NO_THROW({
+                WrittenFileCheck check(key, encoded.digests);
+                const ByteView bytes(encoded.bytes);
+                for (std::size_t at = 0; at < bytes.size(); at += 4093) // pieces across every boundary
+                    check.write(bytes.subspan(at, std::min<std::size_t>(4093, bytes.size() - at)));
+                check.finish();
+            });
 
             const auto refusedWith = [&](ByteView bytes, const Credentials& credentials, const PayloadDigests& d) {
                 try {
