@@ -261,7 +261,7 @@ void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Cr
     } else {
         document_ = std::make_unique<model::Document>(file_->file().document, services_.clock);
         if (const auto top = document_->topGroup())
-            sortKeys_.gather(top->element());
+            sortKeys_.gatherLater(top->element());
         searchIndex_ = std::make_unique<model::SearchIndex>(*document_);
     }
     document_->setObserver(notifier_.get());

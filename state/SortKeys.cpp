@@ -81,7 +81,13 @@ SortKeys::Keys SortKeys::make(pugi::xml_node entry, const QCollator& collator)
 
 void SortKeys::gather(pugi::xml_node topGroup)
 {
+    fill(topGroup);
+}
+
+void SortKeys::fill(pugi::xml_node topGroup) const
+{
     keys_.clear();
+    pending_ = {};
     const auto entries = entriesUnder(topGroup);
     const auto parts = model::partCount(entries.size());
     std::vector<std::vector<Keys>> made(parts);
@@ -105,6 +111,8 @@ void SortKeys::gather(pugi::xml_node topGroup)
 
 void SortKeys::add(pugi::xml_node item)
 {
+    if (pending_)
+        return;
     if (model::nodes::isNamed(item, "Entry"))
         update(item);
     else if (model::nodes::isNamed(item, "Group"))
@@ -114,12 +122,16 @@ void SortKeys::add(pugi::xml_node item)
 
 void SortKeys::update(pugi::xml_node item)
 {
+    if (pending_)
+        return;
     if (isLiveEntry(item))
         keys_.insert_or_assign(item.internal_object(), make(item, collator_));
 }
 
 void SortKeys::remove(pugi::xml_node item)
 {
+    if (pending_)
+        return;
     if (model::nodes::isNamed(item, "Entry")) {
         keys_.erase(item.internal_object());
         return;
@@ -131,6 +143,8 @@ void SortKeys::remove(pugi::xml_node item)
 
 const SortKeys::Keys* SortKeys::find(pugi::xml_node entry) const
 {
+    if (pending_)
+        fill(pending_);
     const auto at = keys_.find(entry.internal_object());
     return at == keys_.end() ? nullptr : &at->second;
 }

@@ -29,22 +29,35 @@ public:
 
     // Every entry under the top group, on as many threads as help; pugixml is only read meanwhile.
     void gather(pugi::xml_node topGroup);
+    // The same, but only when a key is first asked for: a session that never sorts makes none.
+    void gatherLater(pugi::xml_node topGroup) noexcept
+    {
+        clear();
+        pending_ = topGroup;
+    }
     // An entry or a whole group that came into the tree or is about to leave it; history versions are
     // left out.
     void add(pugi::xml_node item);
     void remove(pugi::xml_node item);
     // An item whose own content changed: an entry's keys are made again, a group's entries keep theirs.
     void update(pugi::xml_node item);
-    void clear() noexcept { keys_.clear(); }
+    void clear() noexcept
+    {
+        keys_.clear();
+        pending_ = {};
+    }
 
     const Keys* find(pugi::xml_node entry) const;
     std::size_t size() const noexcept { return keys_.size(); }
 
 private:
     static Keys make(pugi::xml_node entry, const QCollator& collator);
+    void fill(pugi::xml_node topGroup) const;
 
     QCollator collator_;
-    std::unordered_map<const void*, Keys> keys_;
+    mutable std::unordered_map<const void*, Keys> keys_;
+    // The top group whose keys are still to be made; changes are not followed until they are.
+    mutable pugi::xml_node pending_;
 };
 
 } // namespace quillon::state
