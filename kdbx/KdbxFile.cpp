@@ -379,22 +379,24 @@ std::unique_ptr<KdbxFile> KdbxFile::open(std::vector<std::uint8_t>&& fileBytes, 
     return decode(bytes, credentials, cancel, [&bytes] { std::vector<std::uint8_t>().swap(bytes); });
 }
 
+DerivedKeys checkedKeys(ByteReader& reader, const ParsedOuterHeader& parsed, const Credentials& credentials,
+                        const std::atomic<bool>* cancel)
+{
+    if (!constantTimeEqual(reader.bytes(32), headerDigest(parsed.raw)))
+        throw KdbxError::headerCorrupt();
+    DerivedKeys keys = keysFor(parsed.header, credentials, cancel);
+    if (!constantTimeEqual(reader.bytes(32), headerHmac(parsed.raw, keys.hmacBaseKey)))
+        throw KdbxError::wrongCredentials();
+    return keys;
+}
+
 template <class Decrypted>
 std::unique_ptr<KdbxFile> KdbxFile::decode(ByteView fileBytes, const Credentials& credentials,
                                            const std::atomic<bool>* cancel, Decrypted&& decrypted)
 {
     ByteReader reader(fileBytes);
     ParsedOuterHeader parsed = parseOuterHeader(reader);
-    // The header's own digest comes first, so a damaged header is never blamed on the password.
-    const ByteView storedDigest = reader.bytes(32);
-    const Digest256 digest = headerDigest(parsed.raw);
-    if (!constantTimeEqual(storedDigest, digest))
-        throw KdbxError::headerCorrupt();
-
-    const DerivedKeys keys = keysFor(parsed.header, credentials, cancel);
-    const ByteView storedHmac = reader.bytes(32);
-    if (!constantTimeEqual(storedHmac, headerHmac(parsed.raw, keys.hmacBaseKey)))
-        throw KdbxError::wrongCredentials();
+    const DerivedKeys keys = checkedKeys(reader, parsed, credentials, cancel);
 
     SecureBytes payload = decryptPayload(reader, parsed.header, keys);
     decrypted(); // fileBytes is not read again

@@ -1,6 +1,7 @@
 // kdbx/KdbxFile.h: a decoded KDBX 4 database, opened from and saved to bytes.
 #pragma once
 
+#include "kdbx/Argon2Kdf.h"
 #include "kdbx/CompositeKey.h"
 #include "kdbx/Crypto.h"
 #include "kdbx/InnerHeader.h"
@@ -112,5 +113,11 @@ void forEachProtectedValue(const pugi::xml_node& root, const std::function<void(
 
 // Serialises a node as raw XML text into wiped memory.
 SecureBytes serialiseXml(const pugi::xml_node& node);
+
+// Reads the header's SHA-256 and HMAC that follow the outer header and gives the keys the credentials derive.
+// The digest is checked first, so a damaged header is never blamed on the password: headerCorrupt, then
+// wrongCredentials when the HMAC differs.
+DerivedKeys checkedKeys(ByteReader& reader, const ParsedOuterHeader& parsed, const Credentials& credentials,
+                        const std::atomic<bool>* cancel = nullptr);
 
 } // namespace quillon::kdbx

@@ -1,6 +1,5 @@
 #include "kdbx/WrittenFileCheck.h"
 
-#include "kdbx/Argon2Kdf.h"
 #include "kdbx/OuterHeader.h"
 
 #include <algorithm>
@@ -69,12 +68,7 @@ void WrittenFileCheck::header()
 {
     ByteReader reader(head_);
     const ParsedOuterHeader parsed = parseOuterHeader(reader);
-    if (!constantTimeEqual(reader.bytes(32), headerDigest(parsed.raw)))
-        throw KdbxError::headerCorrupt();
-    const SecureBytes composite = compositeKey(credentials_);
-    const DerivedKeys keys = deriveKeys(parsed.header.masterSeed, transformKey(composite, parsed.header.kdf));
-    if (!constantTimeEqual(reader.bytes(32), headerHmac(parsed.raw, keys.hmacBaseKey)))
-        throw KdbxError::wrongCredentials();
+    const DerivedKeys keys = checkedKeys(reader, parsed, credentials_);
 
     decryptor_.emplace(payloadDecryptor(parsed.header, keys));
     if (parsed.header.compressed)
