@@ -241,7 +241,7 @@ std::unique_ptr<DatabaseSession::Prepared> DatabaseSession::prepare(pugi::xml_do
     auto &document = *prepared->document;
     document.countPositions();
     if (const auto top = document.topGroup())
-        prepared->sortKeys.gather(top->element());
+        prepared->sortKeys.gather(*top);
     prepared->searchIndex = std::make_unique<model::SearchIndex>(document);
     prepared->searchIndex->prepare(model::SearchScope::everywhere);
     return prepared;
@@ -261,7 +261,7 @@ void DatabaseSession::attach(std::unique_ptr<files::DatabaseFile> file, kdbx::Cr
     } else {
         document_ = std::make_unique<model::Document>(file_->file().document, services_.clock);
         if (const auto top = document_->topGroup())
-            sortKeys_.gatherLater(top->element());
+            sortKeys_.gatherLater(*top);
         searchIndex_ = std::make_unique<model::SearchIndex>(*document_);
     }
     document_->setObserver(notifier_.get());

@@ -18,25 +18,6 @@ QString fromUtf8(const char* text)
     return QString::fromUtf8(text);
 }
 
-// The live entries under `top`, in document order, walked without recursion: a hostile file may nest deeply.
-std::vector<pugi::xml_node> entriesUnder(pugi::xml_node top)
-{
-    std::vector<pugi::xml_node> entries;
-    std::vector<pugi::xml_node> groups{top};
-    while (!groups.empty()) {
-        const auto group = groups.back();
-        groups.pop_back();
-        if (model::nodes::isNamed(group, "Entry")) {
-            entries.push_back(group);
-            continue;
-        }
-        for (auto child = group.last_child(); child; child = child.previous_sibling())
-            if (model::nodes::isNamed(child, "Entry") || model::nodes::isNamed(child, "Group"))
-                groups.push_back(child);
-    }
-    return entries;
-}
-
 bool isLiveEntry(pugi::xml_node element)
 {
     return model::nodes::isNamed(element, "Entry") && model::nodes::isNamed(element.parent(), "Group");
@@ -79,16 +60,17 @@ SortKeys::Keys SortKeys::make(pugi::xml_node entry, const QCollator& collator)
             modified ? qint64(modified->time_since_epoch().count()) : std::numeric_limits<qint64>::min()};
 }
 
-void SortKeys::gather(pugi::xml_node topGroup)
+void SortKeys::gather(const model::Group& topGroup)
 {
     fill(topGroup);
 }
 
-void SortKeys::fill(pugi::xml_node topGroup) const
+void SortKeys::fill(const model::Group& topGroup) const
 {
     keys_.clear();
-    pending_ = {};
-    const auto entries = entriesUnder(topGroup);
+    pending_.reset();
+    document_ = &topGroup.document();
+    const auto entries = topGroup.allEntries();
     const auto parts = model::partCount(entries.size());
     std::vector<std::vector<Keys>> made(parts);
     model::inParts(entries.size(), parts, [&](std::size_t part, std::size_t begin, std::size_t end) {
@@ -98,15 +80,15 @@ void SortKeys::fill(pugi::xml_node topGroup) const
         out.reserve(end - begin);
         for (auto i = begin; i < end; ++i) {
             if (i + 2 < end)
-                model::SearchText::prefetch(entries[i + 2]);
-            out.push_back(make(entries[i], collator));
+                model::SearchText::prefetch(entries[i + 2].element());
+            out.push_back(make(entries[i].element(), collator));
         }
     });
     keys_.reserve(entries.size());
     std::size_t i = 0;
     for (auto& part : made)
         for (auto& keys : part)
-            keys_.insert_or_assign(entries[i++].internal_object(), std::move(keys));
+            keys_.insert_or_assign(entries[i++].element().internal_object(), std::move(keys));
 }
 
 void SortKeys::add(pugi::xml_node item)
@@ -115,9 +97,9 @@ void SortKeys::add(pugi::xml_node item)
         return;
     if (model::nodes::isNamed(item, "Entry"))
         update(item);
-    else if (model::nodes::isNamed(item, "Group"))
-        for (const auto entry : entriesUnder(item))
-            keys_.insert_or_assign(entry.internal_object(), make(entry, collator_));
+    else if (model::nodes::isNamed(item, "Group") && document_)
+        for (const auto& entry : document_->group(item).allEntries())
+            keys_.insert_or_assign(entry.element().internal_object(), make(entry.element(), collator_));
 }
 
 void SortKeys::update(pugi::xml_node item)
@@ -136,15 +118,17 @@ void SortKeys::remove(pugi::xml_node item)
         keys_.erase(item.internal_object());
         return;
     }
-    if (model::nodes::isNamed(item, "Group"))
-        for (const auto entry : entriesUnder(item))
-            keys_.erase(entry.internal_object());
+    if (model::nodes::isNamed(item, "Group") && document_)
+        for (const auto& entry : document_->group(item).allEntries())
+            keys_.erase(entry.element().internal_object());
 }
 
 const SortKeys::Keys* SortKeys::find(pugi::xml_node entry) const
 {
-    if (pending_)
-        fill(pending_);
+    if (pending_) {
+        const model::Group top = *pending_; // fill() lets go of pending_
+        fill(top);
+    }
     const auto at = keys_.find(entry.internal_object());
     return at == keys_.end() ? nullptr : &at->second;
 }

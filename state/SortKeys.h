@@ -1,6 +1,8 @@
 // state/SortKeys.h: what the entry table sorts by, for every entry of the open database, kept up to date.
 #pragma once
 
+#include "model/Group.h"
+
 #include <QCollator>
 #include <QCollatorSortKey>
 
@@ -28,9 +30,9 @@ public:
     static QCollator collator();
 
     // Every entry under the top group, on as many threads as help; pugixml is only read meanwhile.
-    void gather(pugi::xml_node topGroup);
+    void gather(const model::Group& topGroup);
     // The same, but only when a key is first asked for: a session that never sorts makes none.
-    void gatherLater(pugi::xml_node topGroup) noexcept
+    void gatherLater(const model::Group& topGroup)
     {
         clear();
         pending_ = topGroup;
@@ -44,7 +46,8 @@ public:
     void clear() noexcept
     {
         keys_.clear();
-        pending_ = {};
+        document_ = nullptr;
+        pending_.reset();
     }
 
     const Keys* find(pugi::xml_node entry) const;
@@ -52,12 +55,14 @@ public:
 
 private:
     static Keys make(pugi::xml_node entry, const QCollator& collator);
-    void fill(pugi::xml_node topGroup) const;
+    void fill(const model::Group& topGroup) const;
 
     QCollator collator_;
     mutable std::unordered_map<const void*, Keys> keys_;
+    // The document of the keys made, for the groups that come into it.
+    mutable model::Document* document_ = nullptr;
     // The top group whose keys are still to be made; changes are not followed until they are.
-    mutable pugi::xml_node pending_;
+    mutable std::optional<model::Group> pending_;
 };
 
 } // namespace quillon::state
