@@ -61,10 +61,7 @@ void EntrySortProxy::setSourceModel(QAbstractItemModel* source)
     }
     sortColumn_.reset();
     direction_ = SortDirection::original;
-    order_.clear();
-    position_.clear();
-    textKeys_.clear();
-    timeKeys_.clear();
+    reorder();
     endResetModel();
 }
 
