@@ -17,7 +17,6 @@
 #include "ui/VersionView.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <QCheckBox>
 #include <QClipboard>
@@ -33,13 +32,6 @@
 #include <QToolButton>
 
 #include <fstream>
-
-QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString& text, std::ostream* out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
-QT_END_NAMESPACE
 
 using namespace quillon;
 using ::testing::ElementsAre;

@@ -2,6 +2,7 @@
 #include "tests/ui/UiTest.h"
 #include "ui/MainWindow.h"
 #include "ui/MenuBar.h"
+#include "ui/MenuTable.h"
 
 #include <gtest/gtest.h>
 
@@ -13,87 +14,39 @@ using namespace quillon;
 
 namespace {
 
-// One line per item: "Menu|Title|key", "Menu|---" for a separator, "Menu|Title >" for a submenu. Whether an
-// item is enabled follows the window's state and is not part of the layout.
-QStringList describe(QMenuBar* bar)
-{
-    QStringList lines;
-    for (QAction* top : bar->actions()) {
-        const QString menu = top->text();
-        for (QAction* item : top->menu()->actions()) {
-            if (item->isSeparator())
-                lines << menu + QStringLiteral("|---");
-            else if (item->menu())
-                lines << menu + QStringLiteral("|") + item->text() + QStringLiteral(" >");
-            else
-                lines << menu + QStringLiteral("|") + item->text() + QStringLiteral("|") +
-                             item->shortcut().toString(QKeySequence::PortableText) +
-                             (item->isCheckable() ? QStringLiteral("|check") : QString());
-        }
-    }
-    return lines;
-}
-
-TEST(MenuBar, everyItemKeyAndSeparatorOfTheMainMenu)
+// The bar is built from the menu table: every item under its menu with its key, the application's name in its own
+// menu's titles, a separator where the table puts one; the check marks are the preferences, read as the menu opens.
+TEST(MenuBar, theBarIsTheMenuTable)
 {
     test::UiRig rig;
     QApplication::setApplicationName(QStringLiteral("Quillon"));
     auto* window = rig.windows->newWindow();
-    const QStringList expected = {
-        "Quillon|Hide Quillon|Ctrl+H",
-        "Quillon|---",
-        "Quillon|Quit Quillon|Ctrl+Q",
-        "File|New Window|Ctrl+N",
-        "File|New Tab|Ctrl+T",
-        "File|New Database|Ctrl+Shift+N",
-        "File|---",
-        "File|Open Database…|Ctrl+O",
-        "File|Open Recent >",
-        "File|---",
-        "File|Close Window|Ctrl+W",
-        "File|Save|Ctrl+S",
-        "File|Save As…|Ctrl+Shift+S",
-        "File|---",
-        "File|Review Changes…|",
-        "File|Merge Changes From Disk…|",
-        "File|Merge From Database…|",
-        "File|---",
-        "File|Database Settings…|Ctrl+,",
-        "File|Change Password…|",
-        "File|Lock Database|Ctrl+L",
-        "File|Back Up Before Saving||check",
-        "File|Show Backups in File Manager|",
-        "Edit|Undo|Ctrl+Z",
-        "Edit|Redo|Ctrl+Shift+Z",
-        "Edit|---",
-        "Edit|Cut|Ctrl+X",
-        "Edit|Copy|Ctrl+C",
-        "Edit|Paste|Ctrl+V",
-        "Edit|Select All|Ctrl+A",
-        "Edit|---",
-        "Edit|Find|Ctrl+F",
-        "Entries|New Entry|Ctrl+E",
-        "Entries|New Group|Ctrl+G",
-        "Entries|---",
-        "Entries|Copy Password|Ctrl+Shift+C",
-        "Entries|Copy Username|Ctrl+Shift+B",
-        "Entries|Open URL|Ctrl+U",
-        "Entries|Delete Entry|Ctrl+Backspace",
-        "Entries|Delete Group|",
-        "Entries|Restore from Recycle Bin|",
-        "View|Wrap Notes||check",
-        "Window|Minimize|Ctrl+M",
-        "Window|Zoom|",
-    };
-    const QStringList shown = describe(window->menuBar());
+    QStringList expected, shown;
+    QString previous;
+    for (const ui::MenuItem& item : ui::menuTable()) {
+        const QString menu = *item.menu ? QString::fromUtf8(item.menu) : QStringLiteral("Quillon");
+        if (menu != previous && !expected.isEmpty() && expected.last().endsWith(QStringLiteral("|---")))
+            expected.removeLast(); // no separator closes a menu
+        previous = menu;
+        expected << menu + u'|' + QString::fromUtf8(item.title).replace(QStringLiteral("%1"), QStringLiteral("Quillon")) + u'|' +
+                        QString::fromUtf8(item.key);
+        if (item.separatorAfter)
+            expected << menu + QStringLiteral("|---");
+    }
+    for (QAction* top : window->menuBar()->actions())
+        for (QAction* action : top->menu()->actions())
+            shown << top->text() + u'|' +
+                         (action->isSeparator() ? QStringLiteral("---")
+                                                : action->text() + u'|' + (action->menu() ? QString() :
+                                                       action->shortcut().toString(QKeySequence::PortableText)));
     EXPECT_EQ(shown, expected) << shown.join(u'\n').toStdString();
 
-    // The check marks are the preferences, read as the menu opens.
     rig.preferences.setBackUpBeforeSaving(false);
-    QMenu* file = window->menuBar()->actions().at(1)->menu();
-    Q_EMIT file->aboutToShow();
-    EXPECT_FALSE(window->menu()->action(ui::Command::toggleBackups)->isChecked());
-    window->menu()->action(ui::Command::toggleBackups)->trigger();
+    Q_EMIT window->menuBar()->actions().at(1)->menu()->aboutToShow();
+    QAction* backups = window->menu()->action(ui::Command::toggleBackups);
+    EXPECT_TRUE(backups->isCheckable());
+    EXPECT_FALSE(backups->isChecked());
+    backups->trigger();
     EXPECT_TRUE(rig.preferences.backUpBeforeSaving());
 }
 

@@ -5,7 +5,6 @@
 #include "state/CredentialsForm.h"
 #include "state/DatabaseMemory.h"
 #include "state/Session.h"
-#include "tests/support/Peers.h"
 #include "tests/support/TestDb.h"
 #include "tests/ui/UiTest.h"
 #include "ui/AppDelegate.h"
@@ -33,20 +32,6 @@
 using namespace quillon;
 
 namespace {
-
-// The rig's windows made again over the same settings file, as the next launch makes them; with backups
-// when given.
-void relaunch(test::UiRig& rig, const files::Backups* backups = nullptr)
-{
-    rig.windows.reset();
-    QApplication::processEvents();
-    state::SessionServices services;
-    services.runInBackground = [&rig](std::function<void()> job) { rig.jobs.push_back(std::move(job)); };
-    services.clock = [&rig] { return rig.now; };
-    services.isDuress = [](kdbx::ByteView) { return false; };
-    services.backups = backups;
-    rig.windows = std::make_unique<ui::Windows>(rig.asker, rig.clipboard, rig.preferences, services);
-}
 
 ui::VaultWindow* unlock(test::UiRig& rig, ui::VaultWindow* vault, const char* password = "right")
 {
@@ -80,11 +65,6 @@ template <class Dialog> Dialog* page(ui::MainWindow* window, const char* name)
     return window->findChild<Dialog*>(QString::fromLatin1(name));
 }
 
-std::string text(const std::filesystem::path& path)
-{
-    return path.string();
-}
-
 bool opensWith(const std::filesystem::path& file, const char* password)
 {
     try {
@@ -94,7 +74,7 @@ bool opensWith(const std::filesystem::path& file, const char* password)
     }
 }
 
-TEST(Pages, newDatabaseRefusesAMismatchOpensUntitledAndUnsavedAndSavesAFilePeersOpen)
+TEST(Pages, newDatabaseRefusesAMismatchOpensUntitledAndUnsavedAndSavesAFileThatOpens)
 {
     test::UiRig rig;
     auto* window = rig.windows->newWindow();
@@ -128,7 +108,7 @@ TEST(Pages, newDatabaseRefusesAMismatchOpensUntitledAndUnsavedAndSavesAFilePeers
     window->menu()->action(ui::Command::newDatabase)->trigger();
     dialog = page<ui::CredentialsDialog>(window, "newDatabasePage");
     ASSERT_TRUE(dialog);
-    rig.asker.answers << QString::fromStdString(text(rig.dir / "new.key"));
+    rig.asker.answers << QString::fromStdString((rig.dir / "new.key").string());
     QTest::mouseClick(dialog->keyFileButton(), Qt::LeftButton);
     EXPECT_EQ(dialog->keyFileLabel()->text(), QStringLiteral("new.key"));
     QTest::mouseClick(dialog->acceptButton(), Qt::LeftButton);
@@ -151,17 +131,13 @@ TEST(Pages, newDatabaseRefusesAMismatchOpensUntitledAndUnsavedAndSavesAFilePeers
     session.saveTo(saved, std::nullopt);
     EXPECT_FALSE(session.isDirty());
     EXPECT_TRUE(opensWith(saved, "pw"));
-    EXPECT_FALSE(opensWith(saved, "one"));
-    const auto cli = test::keepassxcCli();
-    QUILLON_REQUIRE_PEER(cli, "keepassxc-cli");
-    EXPECT_EQ(test::keepassxc({"ls", text(saved)}, "pw\n").exitCode, 0);
 }
 
 TEST(Pages, changePasswordKeepsEditsRefusesAMismatchAndOffersToDeleteEarlierBackups)
 {
     test::UiRig rig;
     const files::Backups backups(rig.dir / "Backups");
-    relaunch(rig, &backups);
+    rig.relaunch(&backups);
     const QString path = rig.database("vault.kdbx");
     auto* window = rig.windows->newWindow();
     auto* vault = rig.openUnlocked(path, window);
@@ -207,11 +183,6 @@ TEST(Pages, changePasswordKeepsEditsRefusesAMismatchAndOffersToDeleteEarlierBack
     EXPECT_EQ(rig.asker.questions,
               QStringList{"Delete the 2 earlier backups? They still open with the old password."});
     EXPECT_FALSE(std::filesystem::exists(folder));
-
-    const auto cli = test::keepassxcCli();
-    QUILLON_REQUIRE_PEER(cli, "keepassxc-cli");
-    EXPECT_EQ(test::keepassxc({"ls", text(file)}, "new\n").exitCode, 0);
-    EXPECT_NE(test::keepassxc({"ls", text(file)}, "right\n").exitCode, 0);
 }
 
 TEST(Pages, settingsWarnAsTypedAndApplyClampedAsOneUndoableCommand)
@@ -332,7 +303,7 @@ TEST(Pages, expandedGroupsSurviveLockUnlockAndRelaunch)
     vault->perform(ui::Command::lockDatabase);
     EXPECT_EQ(memory.expandedGroups(path), (QSet<QString>{aId, bId}));
 
-    relaunch(rig);
+    rig.relaunch();
     window = rig.windows->newWindow();
     vault = rig.openUnlocked(path, window);
     EXPECT_TRUE(expanded(aId));
@@ -349,7 +320,7 @@ TEST(Pages, windowsTabsFrontTabAndKeyFilesComeBackAtTheNextLaunch)
     auto withKey = test::passwordOnly("right");
     withKey.keyFile = kdbx::SecureBytes::fromText("key bytes");
     test::writeFile(rig.dir / "c.kdbx", test::tinyFile(withKey));
-    const QString c = QString::fromStdString(text(rig.dir / "c.kdbx"));
+    const QString c = QString::fromStdString((rig.dir / "c.kdbx").string());
 
     auto* first = rig.windows->newWindow();
     rig.windows->open(a, first, first->currentVault());
@@ -362,7 +333,7 @@ TEST(Pages, windowsTabsFrontTabAndKeyFilesComeBackAtTheNextLaunch)
     ASSERT_TRUE(vault->session().isOpen());
     ui::AppDelegate(*rig.windows, rig.preferences, rig.clipboard).willTerminate();
 
-    relaunch(rig);
+    rig.relaunch();
     ui::AppDelegate delegate(*rig.windows, rig.preferences, rig.clipboard);
     delegate.finishLaunching();
     const auto windows = rig.windows->windows();

@@ -281,10 +281,7 @@ TEST(SaveClose, backupsBeforeSavingAndShowingThem)
     test::writeFile(rig.dir / "blocked", std::string_view("a file where the folder would go"));
     for (const bool blocked : {true, false}) {
         const files::Backups backups(rig.dir / (blocked ? "blocked" : "Backups"));
-        state::SessionServices services;
-        services.backups = &backups;
-        services.runInBackground = [&rig](std::function<void()> job) { rig.jobs.push_back(std::move(job)); };
-        state::DatabaseSession session(services);
+        state::DatabaseSession session(rig.services(&backups));
         auto read = files::readDiskBytes(test::pathOf(path));
         session.adopt(test::pathOf(path), kdbx::KdbxFile::open(read.bytes, test::passwordOnly("right")),
                       test::passwordOnly("right"), read.stamp);

@@ -1,10 +1,13 @@
 #include "tests/ui/UiTest.h"
 
 #include "tests/support/TestDb.h"
+#include "ui/BrowseView.h"
+#include "ui/EntryTableModel.h"
 
 #include <gtest/gtest.h>
 
 #include <QClipboard>
+#include <QTableView>
 
 namespace quillon::test {
 
@@ -25,11 +28,24 @@ UiRig::UiRig()
       clipboard(QApplication::clipboard(),
                 [this](std::chrono::milliseconds, std::function<void()> job) { clipboardJobs.push_back(std::move(job)); })
 {
+    relaunch();
+}
+
+state::SessionServices UiRig::services(const files::Backups* backups)
+{
     state::SessionServices services;
     services.runInBackground = [this](std::function<void()> job) { jobs.push_back(std::move(job)); };
     services.clock = [this] { return now; };
     services.isDuress = [](kdbx::ByteView) { return false; };
-    windows = std::make_unique<ui::Windows>(asker, clipboard, preferences, services);
+    services.backups = backups;
+    return services;
+}
+
+void UiRig::relaunch(const files::Backups* backups)
+{
+    windows.reset();
+    QApplication::processEvents();
+    windows = std::make_unique<ui::Windows>(asker, clipboard, preferences, services(backups));
 }
 
 UiRig::~UiRig()
@@ -64,6 +80,45 @@ ui::VaultWindow* UiRig::openUnlocked(const QString& path, ui::MainWindow* window
     finishJobs();
     EXPECT_TRUE(vault->session().isOpen());
     return vault;
+}
+
+const char* const sampleVaultXml = R"(<?xml version="1.0" encoding="utf-8" standalone="yes"?>
+<KeePassFile><Meta><Generator>t</Generator></Meta><Root><Group><UUID>AAAAAAAAAAAAAAAAAAAAAQ==</UUID><Name>Root</Name>
+<Entry><UUID>AAAAAAAAAAAAAAAAAAAAAg==</UUID><String><Key>Title</Key><Value>item 10</Value></String>
+<String><Key>UserName</Key><Value>Zoe</Value></String><String><Key>Password</Key><Value Protected="True">office</Value></String>
+<String><Key>URL</Key><Value> example.com/login </Value></String>
+<Times><LastModificationTime>2024-03-01T00:00:00Z</LastModificationTime></Times></Entry>
+<Entry><UUID>AAAAAAAAAAAAAAAAAAAAAw==</UUID><String><Key>Title</Key><Value>Item 9</Value></String>
+<String><Key>UserName</Key><Value>Adam</Value></String><String><Key>Notes</Key><Value>office key</Value></String>
+<String><Key>URL</Key><Value>ftp://example.com</Value></String>
+<Times><LastModificationTime>2024-01-01T00:00:00Z</LastModificationTime></Times></Entry>
+<Entry><UUID>AAAAAAAAAAAAAAAAAAAABA==</UUID><String><Key>Title</Key><Value>apple</Value></String>
+<String><Key>UserName</Key><Value>bob</Value></String>
+<Times><LastModificationTime>2024-02-01T00:00:00Z</LastModificationTime></Times></Entry>
+<Group><UUID>AAAAAAAAAAAAAAAAAAAABQ==</UUID><Name>Work</Name>
+<Entry><UUID>AAAAAAAAAAAAAAAAAAAABg==</UUID><String><Key>Title</Key><Value>W1</Value></String></Entry>
+<Group><UUID>AAAAAAAAAAAAAAAAAAAABw==</UUID><Name>Deep</Name>
+<Entry><UUID>AAAAAAAAAAAAAAAAAAAACA==</UUID><String><Key>Title</Key><Value>Office deep</Value></String></Entry>
+</Group></Group>
+<Group><UUID>AAAAAAAAAAAAAAAAAAAACQ==</UUID><Name>Hidden</Name><EnableSearching>false</EnableSearching>
+<Entry><UUID>AAAAAAAAAAAAAAAAAAAACg==</UUID><String><Key>Title</Key><Value>Office hidden</Value></String></Entry>
+</Group>
+</Group></Root></KeePassFile>)";
+
+void adoptSampleVault(state::DatabaseSession& session)
+{
+    auto file = tinyDatabase();
+    setDocument(*file, sampleVaultXml);
+    session.adopt(std::nullopt, std::move(file), passwordOnly("pw"), std::nullopt);
+}
+
+QStringList tableTitles(const ui::BrowseView& view)
+{
+    QStringList out;
+    const auto* table = view.entryTable()->model();
+    for (int r = 0; r < table->rowCount(); ++r)
+        out << table->index(r, ui::EntryTableModel::title).data().toString();
+    return out;
 }
 
 } // namespace quillon::test

@@ -1,6 +1,7 @@
 // tests/ui/UiTest.h: an application on the offscreen platform, answered questions, and decoding held until asked.
 #pragma once
 
+#include "files/Backups.h"
 #include "state/DatabaseSession.h"
 #include "state/Preferences.h"
 #include "tests/support/TempDir.h"
@@ -16,6 +17,15 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <ostream>
+
+QT_BEGIN_NAMESPACE
+inline void PrintTo(const QString& text, std::ostream* out) { *out << '"' << text.toStdString() << '"'; }
+QT_END_NAMESPACE
+
+namespace quillon::ui {
+class BrowseView;
+}
 
 namespace quillon::test {
 
@@ -74,6 +84,10 @@ public:
 struct UiRig {
     UiRig();
     ~UiRig();
+    // What the rig's sessions use: its queue, its clock, no duress password, and the backups if given.
+    state::SessionServices services(const files::Backups* backups = nullptr);
+    // The windows made again over the same settings file, as the next launch makes them.
+    void relaunch(const files::Backups* backups = nullptr);
     // Runs the decoding handed to the background and delivers the results.
     void finishJobs();
     // A tiny database (Argon2 at 64 KiB) with the password "right", in the rig's folder.
@@ -90,5 +104,13 @@ struct UiRig {
     kdbx::SystemTime now{std::chrono::seconds(1'700'000'000)};
     std::unique_ptr<ui::Windows> windows;
 };
+
+// Root holds "item 10" (Zoe, password office, a bare address), "Item 9" (notes "office key", an ftp address) and
+// "apple"; the group Work with W1 and the subgroup Deep holding "Office deep"; and Hidden, which is not searched.
+extern const char* const sampleVaultXml;
+// The sample vault, open in the session with the password "pw".
+void adoptSampleVault(state::DatabaseSession& session);
+// The titles of the entry table as the user sees it, through the sort.
+QStringList tableTitles(const ui::BrowseView& view);
 
 } // namespace quillon::test

@@ -1,6 +1,5 @@
 // The toolbar, the entry commands of the menu and drag and drop, in a real window on the offscreen platform.
 #include "model/RecycleBin.h"
-#include "tests/support/TestDb.h"
 #include "tests/ui/UiTest.h"
 #include "ui/BrowseView.h"
 #include "ui/DropRules.h"
@@ -25,32 +24,11 @@
 
 #include <memory>
 
-QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString& text, std::ostream* out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
-QT_END_NAMESPACE
-
 using namespace quillon;
 using namespace quillon::ui;
+using quillon::test::tableTitles;
 
 namespace {
-
-// Root holds "item 10" (Zoe, office, a bare address), "Item 9" (an ftp address) and "apple", and the group Work
-// with W1 and the subgroup Deep.
-constexpr const char* vaultXml = R"(<?xml version="1.0" encoding="utf-8" standalone="yes"?>
-<KeePassFile><Meta><Generator>t</Generator></Meta><Root><Group><UUID>AAAAAAAAAAAAAAAAAAAAAQ==</UUID><Name>Root</Name>
-<Entry><UUID>AAAAAAAAAAAAAAAAAAAAAg==</UUID><String><Key>Title</Key><Value>item 10</Value></String>
-<String><Key>UserName</Key><Value>Zoe</Value></String><String><Key>Password</Key><Value Protected="True">office</Value></String>
-<String><Key>URL</Key><Value> example.com/login </Value></String></Entry>
-<Entry><UUID>AAAAAAAAAAAAAAAAAAAAAw==</UUID><String><Key>Title</Key><Value>Item 9</Value></String>
-<String><Key>URL</Key><Value>ftp://example.com</Value></String></Entry>
-<Entry><UUID>AAAAAAAAAAAAAAAAAAAABA==</UUID><String><Key>Title</Key><Value>apple</Value></String></Entry>
-<Group><UUID>AAAAAAAAAAAAAAAAAAAABQ==</UUID><Name>Work</Name>
-<Entry><UUID>AAAAAAAAAAAAAAAAAAAABg==</UUID><String><Key>Title</Key><Value>W1</Value></String></Entry>
-<Group><UUID>AAAAAAAAAAAAAAAAAAAABw==</UUID><Name>Deep</Name></Group></Group>
-</Group></Root></KeePassFile>)";
 
 constexpr std::string_view work = "AAAAAAAAAAAAAAAAAAAABQ==";
 constexpr std::string_view deep = "AAAAAAAAAAAAAAAAAAAABw==";
@@ -68,12 +46,7 @@ class VaultActionsTest : public ::testing::Test {
 protected:
     VaultActionsTest() : window(rig.windows->newWindow()), vault(window->currentVault()) {}
 
-    void adopt(VaultWindow* into)
-    {
-        auto file = test::tinyDatabase();
-        test::setDocument(*file, vaultXml);
-        into->session().adopt(std::nullopt, std::move(file), test::passwordOnly("pw"), std::nullopt);
-    }
+    static void adopt(VaultWindow* into) { test::adoptSampleVault(into->session()); }
     static BrowseView* browseOf(VaultWindow* of)
     {
         QWidget* page = of->unlockedPage();
@@ -85,14 +58,6 @@ protected:
     void trigger(Command command) { window->menu()->action(command)->trigger(); }
     state::DatabaseSession& session() { return vault->session(); }
     model::Group group(std::string_view uuid) { return *session().document().findGroup(uuid); }
-    QStringList titles(BrowseView& view) const
-    {
-        QStringList out;
-        const auto* table = view.entryTable()->model();
-        for (int r = 0; r < table->rowCount(); ++r)
-            out << table->index(r, EntryTableModel::title).data().toString();
-        return out;
-    }
     void showAndActivate()
     {
         window->show();
@@ -143,7 +108,7 @@ TEST_F(VaultActionsTest, toolbarFollowsTheTabAndTheLock)
     window->tabs()->setCurrentWidget(vault);
     EXPECT_EQ(window->placedSearchField(), first);
     EXPECT_EQ(first->text(), QStringLiteral("apple"));
-    EXPECT_EQ(titles(*browseOf(vault)), QStringList{"apple"});
+    EXPECT_EQ(tableTitles(*browseOf(vault)), QStringList{"apple"});
 
     // Locking from the toolbar: the field and what was typed go with the page.
     window->lockAction()->trigger();
@@ -173,7 +138,7 @@ TEST_F(VaultActionsTest, menuCommandsMakeSelectCopyAndUndo)
     ASSERT_TRUE(view.selectedEntry());
     EXPECT_EQ(view.selectedEntry()->title(), "New Entry");
     EXPECT_EQ(view.selectedEntry()->element().parent(), group(work).element());
-    EXPECT_EQ(titles(view), (QStringList{"W1", "New Entry"}));
+    EXPECT_EQ(tableTitles(view), (QStringList{"W1", "New Entry"}));
 
     // A new group under the selected one, named by typing at once; each step undoes on its own.
     trigger(Command::addGroup);
@@ -266,10 +231,10 @@ TEST_F(VaultActionsTest, dropsReorderMoveAndAskBeforeDeletingForGood)
     drop.setDropAction(Qt::MoveAction);
     QApplication::sendEvent(viewport, &drop);
     EXPECT_TRUE(drop.isAccepted());
-    EXPECT_EQ(titles(view), (QStringList{"apple", "item 10", "Item 9"}));
+    EXPECT_EQ(tableTitles(view), (QStringList{"apple", "item 10", "Item 9"}));
     ASSERT_TRUE(session().nextUndo());
     session().undo();
-    EXPECT_EQ(titles(view), (QStringList{"item 10", "Item 9", "apple"}));
+    EXPECT_EQ(tableTitles(view), (QStringList{"item 10", "Item 9", "apple"}));
     EXPECT_FALSE(session().nextUndo());
 
     // Sorted, searching, or data this window did not make: refused.
@@ -287,15 +252,15 @@ TEST_F(VaultActionsTest, dropsReorderMoveAndAskBeforeDeletingForGood)
     EXPECT_FALSE(table.canDropMimeData(&forged, Qt::MoveAction, 0, 0, {}));
     // Onto a row: above it, at the end past the last.
     EXPECT_TRUE(table.dropMimeData(apple.get(), Qt::MoveAction, -1, -1, table.index(1, 0)));
-    EXPECT_EQ(titles(view), (QStringList{"item 10", "apple", "Item 9"}));
+    EXPECT_EQ(tableTitles(view), (QStringList{"item 10", "apple", "Item 9"}));
     EXPECT_TRUE(table.dropMimeData(apple.get(), Qt::MoveAction, 3, 0, {}));
-    EXPECT_EQ(titles(view), (QStringList{"item 10", "Item 9", "apple"}));
+    EXPECT_EQ(tableTitles(view), (QStringList{"item 10", "Item 9", "apple"}));
 
     // An entry onto a group lands in it; never at the top level or in the group it is in.
     EXPECT_FALSE(tree.canDropMimeData(apple.get(), Qt::MoveAction, 0, 0, {}));
     EXPECT_FALSE(tree.canDropMimeData(apple.get(), Qt::MoveAction, -1, -1, top));
     EXPECT_TRUE(tree.dropMimeData(apple.get(), Qt::MoveAction, 0, 0, indexOf(work))); // between children: the group
-    EXPECT_EQ(titles(view), (QStringList{"item 10", "Item 9"}));
+    EXPECT_EQ(tableTitles(view), (QStringList{"item 10", "Item 9"}));
     EXPECT_EQ(group(work).entries().back().title(), "apple");
 
     // Groups: the top never drags; Work never into itself or its subgroup; Deep up to the top group.
