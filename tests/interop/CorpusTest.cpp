@@ -58,15 +58,19 @@ void checkSample(const pugi::xml_document& doc, const QJsonObject& sample)
     }
 }
 
+QJsonArray casesIn(const std::filesystem::path& dir)
+{
+    const auto json = test::readFile(dir / "cases.json");
+    return QJsonDocument::fromJson(QByteArray(reinterpret_cast<const char*>(json.data()), static_cast<qsizetype>(json.size())))
+        .object()["cases"]
+        .toArray();
+}
+
 TEST(Corpus, everyCaseOpensOrFailsAsStated)
 {
     const auto dir = test::corpusDir();
     QUILLON_REQUIRE_CORPUS_DIR(dir);
-    const auto json = test::readFile(*dir / "cases.json");
-    const QJsonArray cases =
-        QJsonDocument::fromJson(QByteArray(reinterpret_cast<const char*>(json.data()), static_cast<qsizetype>(json.size())))
-            .object()["cases"]
-            .toArray();
+    const QJsonArray cases = casesIn(*dir);
     ASSERT_GT(cases.size(), 30);
     for (const QJsonValue& value : cases) {
         const QJsonObject c = value.toObject();
@@ -103,11 +107,7 @@ TEST(Corpus, verifyRoundTripsEveryPasswordOnlyFile)
 {
     const auto dir = test::corpusDir();
     QUILLON_REQUIRE_CORPUS_DIR(dir);
-    const auto json = test::readFile(*dir / "cases.json");
-    const QJsonArray cases =
-        QJsonDocument::fromJson(QByteArray(reinterpret_cast<const char*>(json.data()), static_cast<qsizetype>(json.size())))
-            .object()["cases"]
-            .toArray();
+    const QJsonArray cases = casesIn(*dir);
     test::TempDir tmp;
     int verified = 0;
     for (const QJsonValue& value : cases) {

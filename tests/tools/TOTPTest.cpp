@@ -1,15 +1,10 @@
-// Codes against RFC 6238 / RFC 4226 vectors, oathtool, and an independent Steam computation.
-#include "kdbx/Encoding.h"
-#include "tests/support/Peers.h"
+// Codes against the RFC 6238 vectors; other parameters and Steam codes are checked against KeePassXC's.
 #include "tools/OtpAuthUri.h"
 #include "tools/TOTP.h"
 
 #include <gtest/gtest.h>
 
-#include <limits>
-#include <sstream>
 #include <string>
-#include <vector>
 
 namespace quillon::tools {
 namespace {
@@ -62,84 +57,6 @@ TEST(TOTP, secondsLeftCountsDownToTheStepBoundary)
     EXPECT_EQ(secondsLeftInStep(totp, 29.9), 1);
     EXPECT_EQ(secondsLeftInStep(totp, 30), 30);
     EXPECT_EQ(secondsLeftInStep(totp, 1234567890), 30 - 1234567890 % 30);
-}
-
-// oathtool computes the same RFC 6238 codes for other digit counts and periods, read through a URI.
-TEST(TOTP, codesFromUrisMatchOathtool)
-{
-    const auto oathtool = test::findInPath("oathtool");
-    QUILLON_REQUIRE_PEER(oathtool, "oathtool");
-    const std::string secret = "JBSWY3DPEHPK3PXPGEZDGNBV";
-    struct Row {
-        const char* query;
-        const char* oathAlgorithm;
-        const char* digits;
-        const char* period;
-    };
-    const Row rows[] = {
-        {"", "sha1", "6", "30"},
-        {"&digits=7&period=60", "sha1", "7", "60"},
-        {"&algorithm=SHA256&digits=8", "sha256", "8", "30"},
-        {"&algorithm=sha512&period=45", "sha512", "6", "45"},
-    };
-    for (const auto& row : rows) {
-        const auto totp = parseOtp("otpauth://totp/x?secret=" + secret + row.query);
-        ASSERT_TRUE(totp) << row.query;
-        for (const long long t : {59LL, 1234567890LL, 1700000000LL, 4102444800LL}) {
-            const auto r = test::run({oathtool->string(), std::string("--totp=") + row.oathAlgorithm, "-b", "-d",
-                                      row.digits, "-s", std::string(row.period) + "s",
-                                      "--now=@" + std::to_string(t), secret});
-            ASSERT_EQ(r.exitCode, 0) << r.err;
-            EXPECT_EQ(std::string(totpCode(*totp, static_cast<double>(t)).view()) + "\n", r.out)
-                << row.query << " at " << t;
-        }
-    }
-}
-
-// Steam's alphabet step checked against a separate computation with Python's hmac module.
-TEST(TOTP, steamCodesMatchAnIndependentComputation)
-{
-    const auto python = test::pykeepassPython();
-    QUILLON_REQUIRE_PEER(python, "/usr/bin/python3");
-    const char* script = R"(
-import hmac, hashlib, struct, sys
-key = bytes.fromhex(sys.argv[1])
-for t in sys.argv[2:]:
-    mac = hmac.new(key, struct.pack('>Q', int(t) // 30), hashlib.sha1).digest()
-    o = mac[-1] & 15
-    n = struct.unpack('>I', mac[o:o + 4])[0] & 0x7fffffff
-    s = ''
-    for _ in range(5):
-        s += '23456789BCDFGHJKMNPQRTVWXY'[n % 26]
-        n //= 26
-    print(s)
-)";
-    const std::vector<std::string> times = {"0", "59", "1111111109", "1234567890", "1700000015", "2000000000"};
-    for (const std::string_view secretText : {"JBSWY3DPEHPK3PXP", "GEZDGNBVGY3TQOJQGEZDGNBVGY3TQOJQ",
-                                              "MFRGGZDFMZTWQ2LKNNWG23TPOBYXE43UOV3HO6DZPIYTEMZUGU3DOOBZ"}) {
-        auto totp = parseOtp("otpauth://totp/Steam:me?secret=" + std::string(secretText) + "&encoder=steam");
-        ASSERT_TRUE(totp);
-        EXPECT_TRUE(totp->steam);
-        EXPECT_EQ(totp->digits, 5);
-        std::vector<std::string> args{kdbx::hexEncode(totp->secret.span())};
-        args.insert(args.end(), times.begin(), times.end());
-        const auto r = test::run([&] {
-            std::vector<std::string> argv{python->string(), "-c", script};
-            argv.insert(argv.end(), args.begin(), args.end());
-            return argv;
-        }());
-        ASSERT_EQ(r.exitCode, 0) << r.err;
-        std::istringstream expected(r.out);
-        for (const auto& t : times) {
-            std::string line;
-            std::getline(expected, line);
-            const auto code = totpCode(*totp, std::stod(t));
-            EXPECT_EQ(code.view(), line) << secretText << " at " << t;
-            EXPECT_EQ(code.size(), 5u);
-            for (const char c : code.view())
-                EXPECT_NE(steamAlphabet.find(c), std::string_view::npos);
-        }
-    }
 }
 
 } // namespace
