@@ -2,56 +2,10 @@
 
 #include "tests/support/Peers.h"
 
-#include <cstdio>
 #include <unistd.h>
 
 namespace quillon::test {
 namespace {
-
-std::string jsonString(const std::string& s)
-{
-    std::string out = "\"";
-    for (const char ch : s) {
-        const auto c = static_cast<unsigned char>(ch);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c < 0x20) {
-            char buf[8];
-            std::snprintf(buf, sizeof buf, "\\u%04x", c);
-            out += buf;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out + "\"";
-}
-
-std::string jsonOptional(const std::optional<std::string>& s) { return s ? jsonString(*s) : "null"; }
-
-std::string describe(const PeerDatabase& wanted)
-{
-    std::string json = "{\"password\":" + jsonOptional(wanted.credentials.password) +
-                       ",\"keyFile\":" + jsonOptional(wanted.credentials.keyFile ? std::optional(wanted.credentials.keyFile->string()) : std::nullopt) +
-                       ",\"cipher\":" + jsonString(wanted.cipher) + ",\"kdf\":" + jsonString(wanted.kdf) +
-                       ",\"memoryKiB\":" + std::to_string(wanted.kdfMemoryKiB) +
-                       ",\"iterations\":" + std::to_string(wanted.kdfIterations) +
-                       ",\"parallelism\":" + std::to_string(wanted.kdfParallelism) + ",\"groups\":[";
-    for (std::size_t i = 0; i < wanted.groups.size(); ++i)
-        json += (i ? "," : "") + jsonString(wanted.groups[i]);
-    json += "],\"entries\":[";
-    for (std::size_t i = 0; i < wanted.entries.size(); ++i) {
-        const auto& e = wanted.entries[i];
-        json += std::string(i ? "," : "") + "{\"group\":" + jsonString(e.group) + ",\"title\":" + jsonString(e.title) +
-                ",\"username\":" + jsonString(e.username) + ",\"password\":" + jsonString(e.password) +
-                ",\"url\":" + jsonString(e.url) + ",\"notes\":" + jsonString(e.notes) + ",\"fields\":[";
-        for (std::size_t f = 0; f < e.fields.size(); ++f)
-            json += std::string(f ? "," : "") + "[" + jsonString(e.fields[f].first) + "," +
-                    jsonString(e.fields[f].second) + "]";
-        json += "]}";
-    }
-    return json + "]}";
-}
 
 // pykeepass's blank template costs 64 MiB and 14 passes of Argon2 to open, so it is opened once and
 // saved as a cheap template; every database then starts from that copy.
@@ -68,31 +22,29 @@ kp.save()
 // The header is a construct RawCopy: dropping its cached bytes makes save() build the header from the
 // edited values, and the key is derived again with the new parameters.
 constexpr const char* makeScript = R"PY(
-import json, os, sys
+import os, sys
 from pykeepass import PyKeePass
-template, path, wanted = sys.argv[1], sys.argv[2], json.loads(sys.argv[3])
+template, path, has_password, password, key_file, cipher, kdf, memory, iterations, lanes, groups = sys.argv[1:12]
 kp = PyKeePass(template, password="template")
-kp.filename, kp.password, kp.keyfile = path, wanted["password"], wanted["keyFile"]
+kp.filename, kp.password, kp.keyfile = path, password if has_password == "1" else None, key_file or None
 header = kp.kdbx.header.value.dynamic_header
 params = header.kdf_parameters.data.dict
 params["$UUID"].value = bytes.fromhex({"argon2d": "ef636ddf8c29444b91f7a9a403e30a0c",
-                                       "argon2id": "9e298b1956db4773b23dfc3ec6f0a1e6"}[wanted["kdf"]])
-params.M.value = wanted["memoryKiB"] * 1024
-params.I.value = wanted["iterations"]
-params.P.value = wanted["parallelism"]
+                                       "argon2id": "9e298b1956db4773b23dfc3ec6f0a1e6"}[kdf])
+params.M.value, params.I.value, params.P.value = int(memory) * 1024, int(iterations), int(lanes)
 params.S.value = os.urandom(32)
-header.cipher_id.data = wanted["cipher"]
+header.cipher_id.data = cipher
 header.master_seed.data = os.urandom(32)
-header.encryption_iv.data = os.urandom(12 if wanted["cipher"] == "chacha20" else 16)
+header.encryption_iv.data = os.urandom(12 if cipher == "chacha20" else 16)
 del kp.kdbx.header["data"]
-groups = {"": kp.root_group}
-for path_ in wanted["groups"]:
+made = {"": kp.root_group}
+for path_ in filter(None, groups.split("\n")):
     parent, _, name = path_.rpartition("/")
-    groups[path_] = kp.add_group(groups[parent], name)
-for e in wanted["entries"]:
-    entry = kp.add_entry(groups[e["group"]], e["title"], e["username"], e["password"], url=e["url"] or None,
-                         notes=e["notes"] or None)
-    for key, value in e["fields"]:
+    made[path_] = kp.add_group(made[parent], name)
+for text in sys.argv[12:]:
+    group, title, username, password_, url, notes, *fields = text.split("\x1f")
+    entry = kp.add_entry(made[group], title, username, password_, url=url or None, notes=notes or None)
+    for key, value in zip(fields[::2], fields[1::2]):
         if key == "otp":  # pykeepass reserves this name for its own property
             entry.otp = value
         else:
@@ -131,7 +83,22 @@ ProcessResult makePykeepassDatabase(const std::filesystem::path& path, const Pee
     const auto templatePath = templateDatabase(failure);
     if (templatePath.empty())
         return failure;
-    return pykeepass(makeScript, {templatePath.string(), path.string(), describe(wanted)});
+    // Everything as arguments: groups one a line, each entry's texts joined by the unit separator.
+    std::vector<std::string> args{templatePath.string(), path.string(), wanted.credentials.password ? "1" : "0",
+                                  wanted.credentials.password.value_or(""),
+                                  wanted.credentials.keyFile ? wanted.credentials.keyFile->string() : "",
+                                  wanted.cipher, wanted.kdf, std::to_string(wanted.kdfMemoryKiB),
+                                  std::to_string(wanted.kdfIterations), std::to_string(wanted.kdfParallelism), ""};
+    for (const auto& group : wanted.groups)
+        args[10] += group + "\n";
+    for (const auto& e : wanted.entries) {
+        std::string text = e.group + '\x1f' + e.title + '\x1f' + e.username + '\x1f' + e.password + '\x1f' + e.url +
+                           '\x1f' + e.notes;
+        for (const auto& [key, value] : e.fields)
+            text += '\x1f' + key + '\x1f' + value;
+        args.push_back(std::move(text));
+    }
+    return pykeepass(makeScript, args);
 }
 
 ProcessResult keepassxcOn(const std::string& command, const std::filesystem::path& database,
@@ -150,22 +117,6 @@ ProcessResult keepassxcOn(const std::string& command, const std::filesystem::pat
     argv.insert(argv.end(), args.begin(), args.end());
     const std::string passwordLine = credentials.password ? *credentials.password + "\n" : std::string();
     return keepassxc(argv, passwordLine + moreInput);
-}
-
-ProcessResult keepassxcCreate(const std::filesystem::path& database, const PeerCredentials& credentials)
-{
-    std::vector<std::string> argv{"db-create", "-q"};
-    std::string input;
-    if (credentials.password) {
-        argv.push_back("-p");
-        input = *credentials.password + "\n" + *credentials.password + "\n";
-    }
-    if (credentials.keyFile) {
-        argv.push_back("--set-key-file");
-        argv.push_back(credentials.keyFile->string());
-    }
-    argv.push_back(database.string());
-    return keepassxc(argv, input);
 }
 
 } // namespace quillon::test

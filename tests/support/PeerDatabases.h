@@ -53,8 +53,4 @@ ProcessResult keepassxcOn(const std::string& command, const std::filesystem::pat
                           const PeerCredentials& credentials, const std::vector<std::string>& args = {},
                           const std::vector<std::string>& options = {}, const std::string& moreInput = {});
 
-// `keepassxc-cli db-create`: note that keepassxc-cli 2.7.4 writes KDBX 3.1 with AES-KDF, which is only
-// good for testing refusals. Make KDBX 4 files with makePykeepassDatabase and change them with keepassxcOn.
-ProcessResult keepassxcCreate(const std::filesystem::path& database, const PeerCredentials& credentials);
-
 } // namespace quillon::test
