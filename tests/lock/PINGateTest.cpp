@@ -73,18 +73,6 @@ TEST(PINGate, onlyAWrongPasswordCostsATry)
     EXPECT_EQ(gate.pinLock()->triesLeft, 3);
 }
 
-TEST(PINGate, duressAtThePINScreenRetiresThePINWithoutSpendingATry)
-{
-    auto gate = lockedWithPIN();
-    gate.enter(viewOf("0000"), duress);
-    gate.attemptFailed(UnlockMode::passwordAtPIN, true);
-    const auto decision = gate.enter(viewOf("help me"), duress);
-    EXPECT_EQ(decision.action, PINDecision::Action::unlock);
-    EXPECT_EQ(decision.mode, UnlockMode::duressAtPIN);
-    EXPECT_FALSE(decision.credentials);
-    expectGone(gate);
-}
-
 TEST(PINGate, aPINEqualToALaterDuressPasswordStillOpensTheRealDatabase)
 {
     PINGate gate;

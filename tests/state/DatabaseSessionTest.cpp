@@ -11,8 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QThreadPool>
 
 #include <deque>
 
@@ -218,36 +216,6 @@ TEST_F(DatabaseSessionTest, aLateResultIsDropped)
     finishJobs();
     EXPECT_FALSE(session->isOpen());
     EXPECT_FALSE(session->unlockScreen().unlocking);
-}
-
-// With the real pool: decoding and a save's encoding happen off this thread and come back to it; the window
-// reads the document meanwhile, and an edit waits for the encoding, so the file holds the state the save began with.
-TEST_F(DatabaseSessionTest, decodesAndSavesInTheBackground)
-{
-    services.runInBackground = {};
-    auto session = open();
-    session->attemptUnlock(text("right"));
-    QElapsedTimer timer;
-    timer.start();
-    while (!session->isOpen() && timer.elapsed() < 20'000)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    ASSERT_TRUE(session->isOpen());
-
-    auto entry = [&] { return session->document().topGroup()->allEntries().front(); };
-    session->editField(entry(), "Title", "Saved");
-    bool saved = false;
-    QObject::connect(session.get(), &DatabaseSession::saved, [&] { saved = true; });
-    ASSERT_TRUE(session->saveInBackground(path, session->stamp()));
-    EXPECT_EQ(entry().title(), "Saved");
-    session->editField(entry(), "Title", "After");
-    while (!saved && timer.elapsed() < 40'000)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    ASSERT_TRUE(saved);
-    EXPECT_TRUE(session->isDirty());
-    auto reopened = kdbx::KdbxFile::open(test::readFile(path), test::passwordOnly("right"));
-    EXPECT_EQ(model::Document(reopened->document).topGroup()->allEntries().front().title(), "Saved");
-    // The pool's threads end here, and with them what OpenSSL keeps per thread.
-    QThreadPool::globalInstance()->waitForDone();
 }
 
 // Each change is one command with precise notifications; undo gives the same XML back, and the saved

@@ -1,6 +1,4 @@
 // Character passwords, passphrases, the word list and the generator panel's rules.
-#include "tests/support/Helpers.h"
-#include "tests/support/TempDir.h"
 #include "tools/GeneratorPanel.h"
 #include "tools/Passphrase.h"
 #include "tools/PasswordGenerator.h"
@@ -9,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <set>
 #include <vector>
 
@@ -72,17 +69,6 @@ TEST(Generator, wordListParsing)
     EXPECT_EQ(std::set<std::string>(shipped.begin(), shipped.end()).size(), 7776u);
 }
 
-TEST(Generator, resourceDirHonoursTheOverride)
-{
-    {
-        const test::ScopedEnv set("QUILLON_RESOURCE_DIR", "/opt/q/res");
-        EXPECT_EQ(resourcePath("eff_large_wordlist.txt"), "/opt/q/res/eff_large_wordlist.txt");
-    }
-    // test_tools sits in <build>/tests/tools, so "../share/quillon" from its folder is <build>/tests/share/quillon.
-    const test::ScopedEnv unset("QUILLON_RESOURCE_DIR", nullptr);
-    EXPECT_EQ(resourceDir(), std::filesystem::path(QUILLON_BINARY_DIR) / "tests/share/quillon");
-}
-
 std::vector<std::string> split(std::string_view text)
 {
     std::vector<std::string> parts;
@@ -137,45 +123,6 @@ TEST(GeneratorPanel, countIsReadClampedAndShown)
                 EXPECT_TRUE(std::ranges::binary_search(words, word)) << word;
         }
     }
-}
-
-TEST(GeneratorPanel, modeChangesResetTheCountAndActionsCallTheOwner)
-{
-    const std::vector<std::string> words{"alpha", "bravo", "charlie"};
-    GeneratorPanel panel(words);
-    EXPECT_EQ(panel.mode(), GeneratorPanel::Mode::random);
-    EXPECT_EQ(panel.countText(), "20");
-
-    std::vector<std::string> used;
-    int cancelled = 0;
-    panel.onUse = [&](std::string_view text) { used.emplace_back(text); };
-    panel.onCancel = [&] { ++cancelled; };
-
-    panel.useIt(); // nothing generated yet
-    EXPECT_TRUE(used.empty());
-
-    panel.setCountText("9");
-    panel.modeChanged(GeneratorPanel::Mode::words);
-    EXPECT_EQ(panel.countText(), "5");
-    EXPECT_EQ(std::ranges::count(panel.output().view(), ' '), 4);
-    panel.useIt();
-    ASSERT_EQ(used.size(), 1u);
-    EXPECT_EQ(used[0], panel.output().view());
-
-    panel.modeChanged(GeneratorPanel::Mode::random);
-    EXPECT_EQ(panel.countText(), "20");
-    EXPECT_EQ(panel.output().size(), 20u);
-
-    panel.setCountText("64");
-    panel.modeChanged(GeneratorPanel::Mode::words);
-    panel.reset();
-    EXPECT_EQ(panel.mode(), GeneratorPanel::Mode::random);
-    EXPECT_EQ(panel.countText(), "20");
-    EXPECT_EQ(panel.output().size(), 20u);
-
-    panel.cancelIt();
-    EXPECT_EQ(cancelled, 1);
-    EXPECT_EQ(used.size(), 1u);
 }
 
 TEST(GeneratorPanel, missingWordListDisablesWordsOnly)

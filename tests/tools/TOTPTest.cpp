@@ -50,14 +50,5 @@ TEST(TOTP, rfc6238AppendixBVectors)
     }
 }
 
-TEST(TOTP, secondsLeftCountsDownToTheStepBoundary)
-{
-    const auto totp = record(key20, Algorithm::sha1, 6, 30);
-    EXPECT_EQ(secondsLeftInStep(totp, 0), 30);
-    EXPECT_EQ(secondsLeftInStep(totp, 29.9), 1);
-    EXPECT_EQ(secondsLeftInStep(totp, 30), 30);
-    EXPECT_EQ(secondsLeftInStep(totp, 1234567890), 30 - 1234567890 % 30);
-}
-
 } // namespace
 } // namespace quillon::tools
