@@ -12,7 +12,6 @@
 #include "tests/support/TestDb.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <csignal>

@@ -7,7 +7,6 @@
 #include "tests/support/TestDb.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstdlib>

@@ -3,7 +3,6 @@
 #include "tests/support/TempDir.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <thread>
 

@@ -6,7 +6,6 @@
 #include "tests/support/TestDb.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 

@@ -5,7 +5,6 @@
 #include "tests/support/TempDir.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <grp.h>

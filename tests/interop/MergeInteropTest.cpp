@@ -9,7 +9,6 @@
 #include "tests/support/TestDb.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <set>
 #include <sstream>

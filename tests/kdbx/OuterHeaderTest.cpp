@@ -2,7 +2,6 @@
 #include "kdbx/OuterHeader.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>

@@ -5,7 +5,6 @@
 #include "tests/support/Helpers.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <numeric>

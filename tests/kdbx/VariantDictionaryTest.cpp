@@ -2,7 +2,6 @@
 #include "kdbx/VariantDictionary.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <functional>
 #include <string>

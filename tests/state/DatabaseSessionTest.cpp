@@ -8,7 +8,6 @@
 #include "tests/support/TestDb.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <QCoreApplication>
 
