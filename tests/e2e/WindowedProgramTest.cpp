@@ -9,8 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <sstream>
 
@@ -177,38 +175,49 @@ private:
     std::string display_;
 };
 
-TEST(WindowedProgram, unlockLockHandOverAndQuitOnARealXServer)
-{
-    const auto xvfb = findInPath("Xvfb");
-    const auto xdotool = findInPath("xdotool");
-    QUILLON_REQUIRE_PEER(xvfb && xdotool ? xvfb : std::nullopt, "Xvfb and xdotool");
-    std::unique_ptr<Background> server;
-    const auto display = startXvfb(*xvfb, server);
-    ASSERT_TRUE(display) << "Xvfb did not start";
-    const Desktop desktop(*xdotool, *display);
+// Xvfb on a free display, xdotool to type at it, and the program's private environment on that display.
+class WindowedProgram : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        const auto xvfb = findInPath("Xvfb");
+        const auto xdotool = findInPath("xdotool");
+        QUILLON_REQUIRE_PEER(xvfb && xdotool ? xvfb : std::nullopt, "Xvfb and xdotool");
+        display = startXvfb(*xvfb, server);
+        ASSERT_TRUE(display) << "Xvfb did not start";
+        desktop.emplace(*xdotool, *display);
+        env = privateEnvironment(dir, *display);
+    }
 
+    std::unique_ptr<Background> server;
+    std::optional<std::string> display;
+    std::optional<Desktop> desktop;
     TempDir dir;
+    std::map<std::string, std::string> env;
+};
+
+TEST_F(WindowedProgram, unlockLockHandOverAndQuitOnARealXServer)
+{
     std::filesystem::create_directories(dir / "databases");
     writeFile(dir / "databases" / "vault.kdbx", tinyFile(passwordOnly("right")));
     writeFile(dir / "databases" / "second.kdbx", tinyFile(passwordOnly("right")));
-    const auto env = privateEnvironment(dir, *display);
 
     Background app({quillon, (dir / "databases" / "vault.kdbx").string()}, env);
-    const auto window = desktop.unlockByTyping("vault.kdbx", "right");
+    const auto window = desktop->unlockByTyping("vault.kdbx", "right");
     ASSERT_TRUE(window) << "no unlock screen, or it did not unlock";
 
-    desktop.xdo({"key", "ctrl+l"});
-    ASSERT_TRUE(desktop.windowTitled("vault.kdbx is locked")) << "Ctrl+L did not lock";
+    desktop->xdo({"key", "ctrl+l"});
+    ASSERT_TRUE(desktop->windowTitled("vault.kdbx is locked")) << "Ctrl+L did not lock";
 
     // Another start hands its file over and leaves at once; the file opens as a tab of the same window.
     Background second({quillon, (dir / "databases" / "second.kdbx").string()}, env);
     EXPECT_EQ(second.wait(20s), 0);
-    const auto tab = desktop.windowTitled("second.kdbx is locked");
+    const auto tab = desktop->windowTitled("second.kdbx is locked");
     ASSERT_TRUE(tab) << "the handed-over file did not open";
     EXPECT_EQ(*tab, *window);
 
-    desktop.xdo({"windowfocus", "--sync", *window});
-    desktop.xdo({"key", "ctrl+q"});
+    desktop->xdo({"windowfocus", "--sync", *window});
+    desktop->xdo({"key", "ctrl+q"});
     EXPECT_EQ(app.wait(20s), 0);
 
     std::vector<std::string> left;
@@ -219,78 +228,52 @@ TEST(WindowedProgram, unlockLockHandOverAndQuitOnARealXServer)
     EXPECT_EQ(left, (std::vector<std::string>{"second.kdbx", "vault.kdbx"})) << "a temporary file was left";
 }
 
-std::vector<std::uint8_t> readAll(const std::filesystem::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 // Ctrl+S writes a file that keepassxc-cli opens. After another process rewrites the file (same size), Ctrl+S
 // asks first, and Return, which picks the default "No", leaves that process's file as it is.
-TEST(WindowedProgram, ctrlSWritesAFileOthersOpenAndAsksBeforeOverwritingAnotherProcessesChange)
+TEST_F(WindowedProgram, ctrlSWritesAFileOthersOpenAndAsksBeforeOverwritingAnotherProcessesChange)
 {
-    const auto xvfb = findInPath("Xvfb");
-    const auto xdotool = findInPath("xdotool");
-    QUILLON_REQUIRE_PEER(xvfb && xdotool ? xvfb : std::nullopt, "Xvfb and xdotool");
     QUILLON_REQUIRE_PEER(keepassxcCli(), "keepassxc-cli");
-    std::unique_ptr<Background> server;
-    const auto display = startXvfb(*xvfb, server);
-    ASSERT_TRUE(display) << "Xvfb did not start";
-    const Desktop desktop(*xdotool, *display);
-
-    TempDir dir;
     const auto path = dir / "vault.kdbx";
     writeFile(path, tinyFile(passwordOnly("right")));
-    const auto before = readAll(path);
-    const auto env = privateEnvironment(dir, *display);
+    const auto before = readFile(path);
 
     Background app({quillon, path.string()}, env);
-    const auto window = desktop.unlockByTyping("vault.kdbx", "right");
+    const auto window = desktop->unlockByTyping("vault.kdbx", "right");
     ASSERT_TRUE(window) << "no unlock screen, or it did not unlock";
 
-    desktop.xdo({"key", "ctrl+s"});
+    desktop->xdo({"key", "ctrl+s"});
     const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (readAll(path) == before && std::chrono::steady_clock::now() < deadline)
+    while (readFile(path) == before && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(50ms);
-    ASSERT_NE(readAll(path), before) << "Ctrl+S wrote nothing";
+    ASSERT_NE(readFile(path), before) << "Ctrl+S wrote nothing";
     EXPECT_EQ(keepassxc({"ls", path.string()}, "right\n").exitCode, 0);
 
-    auto theirs = readAll(path);
+    auto theirs = readFile(path);
     theirs[theirs.size() - 20] ^= 0x5a;
     writeFile(path, theirs);
-    desktop.xdo({"windowfocus", "--sync", *window});
-    desktop.xdo({"key", "ctrl+s"});
-    const auto question = desktop.windowTitled("Quillon");
+    desktop->xdo({"windowfocus", "--sync", *window});
+    desktop->xdo({"key", "ctrl+s"});
+    const auto question = desktop->windowTitled("Quillon");
     ASSERT_TRUE(question) << "Ctrl+S did not ask before overwriting";
-    desktop.xdo({"windowfocus", "--sync", *question});
-    desktop.xdo({"key", "Return"});
+    desktop->xdo({"windowfocus", "--sync", *question});
+    desktop->xdo({"key", "Return"});
     std::this_thread::sleep_for(1s);
-    EXPECT_EQ(readAll(path), theirs);
+    EXPECT_EQ(readFile(path), theirs);
 
-    desktop.xdo({"windowfocus", "--sync", *window});
-    desktop.xdo({"key", "ctrl+q"});
+    desktop->xdo({"windowfocus", "--sync", *window});
+    desktop->xdo({"key", "ctrl+q"});
     EXPECT_EQ(app.wait(20s), 0);
-    EXPECT_EQ(readAll(path), theirs);
+    EXPECT_EQ(readFile(path), theirs);
 }
 
 // Ctrl+Shift+C puts the selected entry's password on the X clipboard, where another program reads it, and the
 // program takes it off again once the hold (15 s) is over.
-TEST(WindowedProgram, copiedPasswordIsOnTheXClipboardAndGoneAfterTheHold)
+TEST_F(WindowedProgram, copiedPasswordIsOnTheXClipboardAndGoneAfterTheHold)
 {
-    const auto xvfb = findInPath("Xvfb");
-    const auto xdotool = findInPath("xdotool");
     const auto xclip = findInPath("xclip");
-    QUILLON_REQUIRE_PEER(xvfb && xdotool ? xvfb : std::nullopt, "Xvfb and xdotool");
     QUILLON_REQUIRE_PEER(xclip, "xclip");
-    std::unique_ptr<Background> server;
-    const auto display = startXvfb(*xvfb, server);
-    ASSERT_TRUE(display) << "Xvfb did not start";
-    const Desktop desktop(*xdotool, *display);
-
-    TempDir dir;
     const auto path = dir / "vault.kdbx";
     writeFile(path, tinyFile(passwordOnly("right")));
-    const auto env = privateEnvironment(dir, *display);
     const auto clipboard = [&] {
         ProcessOptions options;
         options.env["DISPLAY"] = *display;
@@ -299,14 +282,14 @@ TEST(WindowedProgram, copiedPasswordIsOnTheXClipboardAndGoneAfterTheHold)
     };
 
     Background app({quillon, path.string()}, env);
-    const auto window = desktop.unlockByTyping("vault.kdbx", "right");
+    const auto window = desktop->unlockByTyping("vault.kdbx", "right");
     ASSERT_TRUE(window) << "no unlock screen, or it did not unlock";
 
     // Find the entry, go down to it in the list, copy its password.
-    desktop.xdo({"key", "ctrl+f"});
-    desktop.xdo({"type", "--delay", "30", "Sample"});
-    desktop.xdo({"key", "Down"});
-    desktop.xdo({"key", "ctrl+shift+c"});
+    desktop->xdo({"key", "ctrl+f"});
+    desktop->xdo({"type", "--delay", "30", "Sample"});
+    desktop->xdo({"key", "Down"});
+    desktop->xdo({"key", "ctrl+shift+c"});
     auto deadline = std::chrono::steady_clock::now() + 10s;
     std::string seen;
     while ((seen = clipboard()) != "s3cret" && std::chrono::steady_clock::now() < deadline)
@@ -319,8 +302,8 @@ TEST(WindowedProgram, copiedPasswordIsOnTheXClipboardAndGoneAfterTheHold)
     std::this_thread::sleep_for(11s);
     EXPECT_EQ(clipboard(), "") << "the password outlived the hold";
 
-    desktop.xdo({"windowfocus", "--sync", *window});
-    desktop.xdo({"key", "ctrl+q"});
+    desktop->xdo({"windowfocus", "--sync", *window});
+    desktop->xdo({"key", "ctrl+q"});
     EXPECT_EQ(app.wait(20s), 0);
 }
 
