@@ -246,38 +246,6 @@ TEST(SafeWrite, savesThroughASymbolicLinkAndTheLinkStaysALink)
     EXPECT_FALSE(test::exists(dir / "real" / "missing.kdbx"));
 }
 
-// Root passes every permission check of the kernel; a read-only mode still stops the save.
-TEST(SafeWrite, readOnlyFilesAndFoldersAreRefusedWithNothingWritten)
-{
-    TempDir dir;
-    const auto target = dir / "db.kdbx";
-    const Bytes original = content();
-    writeFile(target, original);
-    ASSERT_EQ(::chmod(target.c_str(), 0444), 0);
-    try {
-        SafeWrite::write(content(), target, DiskStamp::ofFile(target));
-        ADD_FAILURE() << "a read-only file was replaced";
-    } catch (const std::system_error& e) {
-        EXPECT_EQ(e.code().value(), EACCES);
-        EXPECT_THAT(e.what(), testing::HasSubstr("read-only file db.kdbx"));
-    }
-    EXPECT_EQ(readFile(target), original);
-    EXPECT_EQ(modeOf(target), 0444);
-
-    ASSERT_EQ(::chmod(target.c_str(), 0644), 0);
-    ASSERT_EQ(::chmod(dir.path().c_str(), 0555), 0);
-    try {
-        SafeWrite::write(content(), target, DiskStamp::ofFile(target));
-        ADD_FAILURE() << "saved into a read-only folder";
-    } catch (const std::system_error& e) {
-        EXPECT_EQ(e.code().value(), EACCES);
-        EXPECT_THAT(e.what(), testing::HasSubstr("read-only folder of db.kdbx"));
-    }
-    ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);
-    EXPECT_EQ(readFile(target), original);
-    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
-}
-
 // Runs body in a child process as the user nobody; its exit status, or -1 when it did not exit.
 int asNobody(const std::function<int()>& body)
 {

@@ -25,18 +25,4 @@ TEST(WipingHeap, pugixmlDocumentsLiveInTheWipingHeap)
     EXPECT_EQ(wipingHeapInUse(), before);
 }
 
-TEST(SecureBytes, copiesAreExplicitAndWipeEmpties)
-{
-    SecureBytes a = SecureBytes::fromText("hunter2");
-    SecureBytes b = a.copy();
-    EXPECT_EQ(b.view(), "hunter2");
-    SecureBytes c = std::move(a);
-    EXPECT_EQ(c.view(), "hunter2");
-    c.wipe();
-    EXPECT_TRUE(c.empty());
-    b.resize(3);
-    EXPECT_EQ(b.view(), "hun");
-    static_assert(!std::is_copy_constructible_v<SecureBytes>);
-}
-
 } // namespace
