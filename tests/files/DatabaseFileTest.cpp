@@ -37,43 +37,6 @@ std::string text(const DatabaseFile& db, const char* path)
     return db.file().document.select_node(path).node().text().get();
 }
 
-TEST(DatabaseFile, savesInPlaceKeepingPermissionsAndBacksUpOncePerRun)
-{
-    TempDir dir;
-    const auto path = dir / "Work.kdbx";
-    const auto credentials = passwordOnly("correct horse");
-    const auto original = test::tinyFile(credentials);
-    writeFile(path, original);
-    ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
-    const Backups backups(dir / "Backups");
-
-    auto db = DatabaseFile::open(path, credentials);
-    EXPECT_EQ(db.stamp(), DiskStamp::of(original));
-    EXPECT_EQ(text(db, password), "s3cret");
-
-    db.file().document.select_node(title).node().text().set("Changed");
-    EXPECT_EQ(db.save(credentials, {&backups, true}), PreSaveBackup::Outcome::made);
-    EXPECT_EQ(db.stamp(), DiskStamp::ofFile(path));
-    EXPECT_EQ(modeOf(path), 0640);
-    EXPECT_EQ(text(db, password), "s3cret") << "the window keeps showing plain values after a save";
-    ASSERT_EQ(backups.listBackups(fs::canonical(path)).size(), 1u);
-    EXPECT_EQ(readFile(backups.listBackups(fs::canonical(path))[0]), original);
-
-    EXPECT_EQ(db.save(credentials, {&backups, true}), PreSaveBackup::Outcome::skipped);
-    EXPECT_EQ(backups.listBackups(fs::canonical(path)).size(), 1u) << "one backup per run";
-
-    const auto again = DatabaseFile::open(path, credentials);
-    EXPECT_EQ(text(again, title), "Changed");
-    EXPECT_EQ(again.stamp(), db.stamp());
-
-    // A later run with backups switched off makes none; through a relative path it is the same folder.
-    auto later = DatabaseFile::open(fs::relative(path), credentials);
-    EXPECT_EQ(later.save(credentials, {&backups, false}), PreSaveBackup::Outcome::skipped);
-    EXPECT_EQ(later.save(credentials, {&backups, true}), PreSaveBackup::Outcome::made);
-    EXPECT_EQ(backups.listBackups(fs::canonical(path)).size(), 2u);
-    EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
-}
-
 // A document that no reader would open stops the save before anything is written.
 TEST(DatabaseFile, aWrittenFileThatDoesNotOpenReplacesNothing)
 {

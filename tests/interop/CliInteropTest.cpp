@@ -66,31 +66,12 @@ TEST(CliInterop, readsWhatPykeepassMadeAndKeepassxcChanged)
          })
         ASSERT_EQ(change.exitCode, 0) << change.err;
 
-    const auto info = cli({"info", "--json", db}, {});
-    ASSERT_EQ(info.exitCode, 0) << info.err;
-    EXPECT_THAT(info.out, HasSubstr("\"formatVersion\":\"4.")) << info.out;
-    EXPECT_THAT(info.out, HasSubstr("\"cipher\":\"ChaCha20\",\"kdf\":\"Argon2d\",\"kdfMemoryBytes\":1048576,"
-                                    "\"kdfIterations\":2,\"kdfParallelism\":1"));
-
-    const auto ls = cli({"ls", "-R", "--password-stdin", db});
-    ASSERT_EQ(ls.exitCode, 0) << ls.err;
-    EXPECT_EQ(ls.out, "Web/\n  Mail/\n    Inbox\n  Forum\n  Shop\nServers/\nBank\n");
-    const auto lsJson = cli({"ls", "--json", "--password-stdin", db, "Web"});
-    EXPECT_THAT(lsJson.out, HasSubstr("{\"type\":\"group\",\"path\":\"Web/Mail\",\"name\":\"Mail\",\"uuid\":"));
-    EXPECT_THAT(lsJson.out, HasSubstr("{\"type\":\"entry\",\"path\":\"Web/Shop\",\"title\":\"Shop\","
-                                      "\"userName\":\"carol\",\"url\":\"\",\"uuid\":"));
-
-    const auto shown = cli({"show", "--password-stdin", db, "Web/Forum"});
+    // What the peers wrote reads back whole through quillon-cli's own words.
+    const auto shown = cli({"show", "--password-stdin", "--show-protected", db, "Web/Forum"});
     ASSERT_EQ(shown.exitCode, 0) << shown.err;
-    EXPECT_THAT(shown.out, HasSubstr("UserName: alice2\nPassword: [protected]\nURL: https://forum.example\n"));
+    EXPECT_THAT(shown.out, HasSubstr("UserName: alice2\nPassword: forum-secret\nURL: https://forum.example\n"));
     EXPECT_THAT(shown.out, HasSubstr("History: 1 version\n"));
-    const auto shop = cli({"show", "--password-stdin", "--show-protected", "-a", "Password", db, "Web/Shop"});
-    EXPECT_EQ(shop.out, "shop-secret\n");
-
-    const auto found = cli({"search", "--json", "--password-stdin", db, "AL"});
-    ASSERT_EQ(found.exitCode, 0) << found.err;
-    EXPECT_THAT(found.out, HasSubstr("\"path\":\"Web/Mail/Inbox\""));
-    EXPECT_THAT(found.out, HasSubstr("\"path\":\"Web/Forum\""));
+    EXPECT_EQ(cli({"ls", "-R", "--password-stdin", db}).out, "Web/\n  Mail/\n    Inbox\n  Forum\n  Shop\nServers/\nBank\n");
 
     // Both read the clock; a step boundary between the two runs gets one more try.
     std::string ours, theirs;
@@ -100,18 +81,6 @@ TEST(CliInterop, readsWhatPykeepassMadeAndKeepassxcChanged)
     }
     EXPECT_EQ(ours.size(), 7u);
     EXPECT_EQ(ours, theirs);
-
-    const auto attachment = cli({"attachment-export", "--stdout", "--password-stdin", db, "Bank", "note.txt"});
-    ASSERT_EQ(attachment.exitCode, 0) << attachment.err;
-    EXPECT_EQ(attachment.out, "attached by keepassxc");
-
-    const auto stats = cli({"stats", "--json", "--password-stdin", db});
-    ASSERT_EQ(stats.exitCode, 0) << stats.err;
-    // Four entries plus the versions kept by keepassxc-cli's edit and attachment import, each with its
-    // password; pykeepass leaves the otp field unprotected.
-    EXPECT_THAT(stats.out, HasSubstr("{\"entries\":6,\"protectedValues\":6,\"binaries\":1,\"groups\":4,"
-                                     "\"historyVersions\":2,\"attachmentBytes\":21}"));
-
 
     // Changes to the peers' file, read back by both.
     for (const auto& step : {

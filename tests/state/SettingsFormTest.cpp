@@ -49,44 +49,6 @@ struct Store {
     state::Preferences prefs{qpath(dir / "Quillon.conf")};
 };
 
-TEST(SettingsForm, loadsWhatTheDatabaseAndPreferencesHold)
-{
-    Store store;
-    auto document = documentWithHistory("25");
-    model::Document model(document);
-    auto form = SettingsForm::load(openedHeader(), model, store.prefs);
-    EXPECT_EQ(form.cipher, SettingsForm::chaCha20);
-    EXPECT_EQ(form.kdf, SettingsForm::argon2d);
-    EXPECT_EQ(form.memory, u"32"); // whole MiB, the odd bytes dropped
-    EXPECT_EQ(form.iterations, u"4");
-    EXPECT_EQ(form.parallelism, u"3");
-    EXPECT_EQ(form.historyField, u"25");
-    EXPECT_FALSE(form.historyUnlimited);
-    EXPECT_TRUE(form.historyFieldEnabled());
-    EXPECT_EQ(form.autoLock, u"10");
-    EXPECT_TRUE(form.reopenLast);
-    EXPECT_EQ(form.duressStatus(), u"Not set");
-    EXPECT_EQ(form.warning, u"Below the recommended 64 MB.");
-
-    // AES-256 with Argon2id, and a document that keeps every version (no element at all).
-    kdbx::OuterHeader plain;
-    plain.kdf.entries = {{"$UUID", id(kdbx::kdfArgon2id)}, {"M", std::uint64_t{64} << 20}};
-    store.prefs.setIdleLockMinutes(0);
-    store.prefs.setReopenLastDatabase(false);
-    auto everyVersion = documentWithHistory(nullptr);
-    model::Document everyVersionDocument(everyVersion);
-    form = SettingsForm::load(plain, everyVersionDocument, store.prefs);
-    EXPECT_EQ(form.cipher, SettingsForm::aes256);
-    EXPECT_EQ(form.kdf, SettingsForm::argon2id);
-    EXPECT_TRUE(form.historyUnlimited);
-    EXPECT_FALSE(form.historyFieldEnabled());
-    EXPECT_EQ(form.autoLock, u"0");
-    EXPECT_FALSE(form.reopenLast);
-    EXPECT_FALSE(form.warningVisible());
-    form.historyToggled(false);
-    EXPECT_TRUE(form.historyFieldEnabled());
-}
-
 TEST(SettingsForm, memoryWarningFollowsTheTypedText)
 {
     SettingsForm form;
@@ -192,36 +154,6 @@ TEST(SettingsForm, applyWritesTheHeaderKeepsOtherParametersAndUnlimitedHistory)
     EXPECT_EQ(form.kdf, SettingsForm::argon2id);
     EXPECT_EQ(form.cipher, SettingsForm::aes256);
     EXPECT_FALSE(form.warningVisible());
-}
-
-TEST(SettingsForm, duressChangesWaitForApply)
-{
-    Store store;
-    auto header = openedHeader();
-    auto document = documentWithHistory("25");
-    model::Document model(document);
-    auto form = SettingsForm::load(header, model, store.prefs);
-    const auto secret = [](const char* text) { return kdbx::SecureBytes::fromText(text); };
-
-    EXPECT_EQ(form.chooseDuress(secret("decoy one"), secret("decoy two")),
-              QStringLiteral("The two didn't match. Nothing was changed."));
-    EXPECT_EQ(form.duressStatus(), u"Not set");
-    ASSERT_FALSE(form.chooseDuress(secret("decoy"), secret("decoy")));
-    EXPECT_EQ(form.duressStatus(), u"Set on Apply");
-    EXPECT_FALSE(store.prefs.hasDuressPassword());
-    ASSERT_TRUE(form.apply(header, model, store.prefs));
-    EXPECT_EQ(form.duressStatus(), u"Set");
-    EXPECT_TRUE(store.prefs.isDuressPassword(secret("decoy").span()));
-
-    form = SettingsForm::load(header, model, store.prefs);
-    EXPECT_EQ(form.duressStatus(), u"Set");
-    form.removeDuress();
-    EXPECT_EQ(form.duressStatus(), u"Removed on Apply");
-    EXPECT_TRUE(store.prefs.hasDuressPassword());
-    ASSERT_TRUE(form.apply(header, model, store.prefs));
-    EXPECT_EQ(form.duressStatus(), u"Not set");
-    EXPECT_FALSE(store.prefs.hasDuressPassword());
-    EXPECT_FALSE(store.prefs.isDuressPassword(secret("decoy").span()));
 }
 
 } // namespace
