@@ -78,38 +78,14 @@ protected:
     model::Entry mail() { return *session().document().findEntry("AAAAAAAAAAAAAAAAAAAAAg=="); }
     state::DatabaseSession& session() { return vault.session(); }
     std::string xml() { return test::xmlText(session().document().xml()); }
-    static void type(QWidget* field, const QString& text)
-    {
-        field->setFocus(Qt::TabFocusReason);
-        if (auto* line = qobject_cast<QLineEdit*>(field))
-            line->selectAll();
-        else
-            QTest::keyClick(field, Qt::Key_A, Qt::ControlModifier);
-        QTest::keyClicks(field, text);
-    }
+    static void type(QWidget* field, const QString& text) { test::retype(field, text); }
     // Tab leaves the field, as the user's editing ends.
     static void leave(QWidget* field) { field->clearFocus(); }
-    int commands()
-    {
-        int n = 0;
-        while (session().undo())
-            ++n;
-        for (int i = 0; i < n; ++i)
-            session().redo();
-        return n;
-    }
-
-    state::SessionServices services()
-    {
-        state::SessionServices s;
-        s.isDuress = [](kdbx::ByteView) { return false; };
-        s.runInBackground = [](std::function<void()> job) { job(); };
-        return s;
-    }
+    int commands() { return test::undoDepth(session()); }
 
     test::UiRig rig;
     ui::RecentDatabases recents{rig.preferences};
-    ui::VaultContext context{rig.asker, rig.clipboard, rig.preferences, recents, services()};
+    ui::VaultContext context{rig.asker, rig.clipboard, rig.preferences, recents, rig.services()};
     ui::VaultWindow vault{context};
     ui::BrowseView* browse = nullptr;
     ui::EntryInspector* inspector = nullptr;

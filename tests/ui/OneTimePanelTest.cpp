@@ -36,15 +36,7 @@ struct OneTimeRig {
     model::Entry entry() { return session->document().topGroup()->entries().front(); }
     void at(std::int64_t seconds) { now = kdbx::SystemTime(std::chrono::seconds(seconds)); }
     QString stored() { return QString::fromStdString(test::field(entry().element(), "otp", "<none>")); }
-    int commands()
-    {
-        int n = 0;
-        while (session->undo())
-            ++n;
-        while (session->redo())
-            ;
-        return n;
-    }
+    int commands() { return test::undoDepth(*session); }
 
     QApplication& application = test::uiApplication(); // before the clipboard below
     kdbx::SystemTime now{std::chrono::seconds(1'234'567'890)};
@@ -170,9 +162,7 @@ TEST(OneTimePanel, typedTextIsStoredNormalisedOrAsTypedAndEmptyRemovesTheField)
     auto* field = panel.otpField();
     EXPECT_TRUE(field->text().isEmpty());
     const auto type = [&](const QString& text) {
-        field->selectAll();
-        QTest::keyClick(field, Qt::Key_Backspace);
-        QTest::keyClicks(field, text);
+        test::retype(field, text);
         QTest::keyClick(field, Qt::Key_Return);
     };
 

@@ -47,13 +47,6 @@ void settle()
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-void retype(QLineEdit* field, const QString& text)
-{
-    field->selectAll();
-    QTest::keyClick(field, Qt::Key_Backspace);
-    QTest::keyClicks(field, text);
-}
-
 void fill(ui::CredentialsDialog* page, const char* first, const char* second)
 {
     QTest::keyClicks(page->firstField(), QString::fromUtf8(first));
@@ -200,20 +193,20 @@ TEST(Pages, settingsWarnAsTypedAndApplyClampedAsOneUndoableCommand)
     // The test file derives its key with 64 KiB: under a megabyte reads as 0.
     EXPECT_EQ(dialog->memoryField()->text(), QStringLiteral("0"));
     EXPECT_TRUE(dialog->warningShown());
-    retype(dialog->memoryField(), QStringLiteral("40"));
+    test::retype(dialog->memoryField(), QStringLiteral("40"));
     EXPECT_EQ(dialog->warningLabel()->text(), QStringLiteral("Below the recommended 64 MB."));
     QTest::mouseClick(dialog->useRecommendedButton(), Qt::LeftButton);
     EXPECT_EQ(dialog->threadsField()->text(), QStringLiteral("2"));
     EXPECT_FALSE(dialog->warningShown());
 
-    retype(dialog->memoryField(), QStringLiteral("99999"));
-    retype(dialog->iterationsField(), QStringLiteral("0"));
-    retype(dialog->threadsField(), QStringLiteral("200"));
+    test::retype(dialog->memoryField(), QStringLiteral("99999"));
+    test::retype(dialog->iterationsField(), QStringLiteral("0"));
+    test::retype(dialog->threadsField(), QStringLiteral("200"));
     if (dialog->unlimitedBox()->isChecked())
         QTest::mouseClick(dialog->unlimitedBox(), Qt::LeftButton);
     EXPECT_TRUE(dialog->historyField()->isEnabled());
-    retype(dialog->historyField(), QStringLiteral("abc"));
-    retype(dialog->autoLockField(), QStringLiteral("-5"));
+    test::retype(dialog->historyField(), QStringLiteral("abc"));
+    test::retype(dialog->autoLockField(), QStringLiteral("-5"));
     dialog->cipherBox()->setCurrentIndex(1);
     dialog->kdfBox()->setCurrentIndex(1);
     QTest::mouseClick(dialog->reopenBox(), Qt::LeftButton);

@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <QClipboard>
+#include <QLineEdit>
 #include <QTableView>
+#include <QTest>
 
 namespace quillon::test {
 
@@ -80,6 +82,27 @@ ui::VaultWindow* UiRig::openUnlocked(const QString& path, ui::MainWindow* window
     finishJobs();
     EXPECT_TRUE(vault->session().isOpen());
     return vault;
+}
+
+int undoDepth(state::DatabaseSession& session)
+{
+    int n = 0;
+    while (session.undo())
+        ++n;
+    for (int i = 0; i < n; ++i)
+        session.redo();
+    return n;
+}
+
+void retype(QWidget* field, const QString& text)
+{
+    field->setFocus(Qt::TabFocusReason);
+    if (auto* line = qobject_cast<QLineEdit*>(field))
+        line->selectAll();
+    else
+        QTest::keyClick(field, Qt::Key_A, Qt::ControlModifier);
+    QTest::keyClick(field, Qt::Key_Backspace);
+    QTest::keyClicks(field, text);
 }
 
 const char* const sampleVaultXml = R"(<?xml version="1.0" encoding="utf-8" standalone="yes"?>

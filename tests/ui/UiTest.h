@@ -105,6 +105,11 @@ struct UiRig {
     std::unique_ptr<ui::Windows> windows;
 };
 
+// How many commands the session can undo; it is left as it was.
+int undoDepth(state::DatabaseSession& session);
+// Selects the field's text and types over it, as the user does.
+void retype(QWidget* field, const QString& text);
+
 // Root holds "item 10" (Zoe, password office, a bare address), "Item 9" (notes "office key", an ftp address) and
 // "apple"; the group Work with W1 and the subgroup Deep holding "Office deep"; and Hidden, which is not searched.
 extern const char* const sampleVaultXml;
