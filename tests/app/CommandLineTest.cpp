@@ -11,7 +11,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <fstream>
 #include <poll.h>
 #include <pty.h>
 #include <termios.h>

@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstring>
 #include <functional>
 #include <future>
 #include <optional>

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <string>
 
 using namespace quillon::kdbx;
 using quillon::test::bytesOf;

@@ -17,7 +17,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <functional>
 #include <future>
 #include <string>
 #include <thread>

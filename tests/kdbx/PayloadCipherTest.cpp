@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <numeric>
-#include <string>
 
 using namespace quillon::kdbx;
 using quillon::test::bytesOf;

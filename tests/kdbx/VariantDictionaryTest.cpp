@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 

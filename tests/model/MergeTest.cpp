@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <map>
-#include <random>
 #include <set>
 
 namespace quillon::model::test {

@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <functional>
 
 using namespace quillon;
 using namespace quillon::files;

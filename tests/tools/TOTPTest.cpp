@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 
 namespace quillon::tools {
 namespace {
