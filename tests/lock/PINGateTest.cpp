@@ -86,7 +86,7 @@ TEST(PINGate, failuresOfHeldCredentialsFallBackToThePassword)
     for (auto mode : {UnlockMode::pin, UnlockMode::duressAtPIN}) {
         auto gate = lockedWithPIN();
         const auto failure = gate.attemptFailed(mode, true);
-        EXPECT_TRUE(failure.fallBack);
+        EXPECT_TRUE(failure.handled && failure.fallBack);
         EXPECT_EQ(failure.hint, "The PIN can't open it now. Enter the password.");
         expectGone(gate);
     }
