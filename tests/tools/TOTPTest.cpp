@@ -47,6 +47,8 @@ TEST(TOTP, rfc6238AppendixBVectors)
         EXPECT_EQ(totpCode(sha256, row.time).view(), row.sha256) << row.time;
         EXPECT_EQ(totpCode(sha512, row.time).view(), row.sha512) << row.time;
     }
+    // The epoch itself is step 0: RFC 4226's first HOTP value.
+    EXPECT_EQ(totpCode(record(key20, Algorithm::sha1, 6), 0).view(), "755224");
 }
 
 } // namespace
