@@ -2,11 +2,9 @@
 // generators, and the commands that read and change entries and groups.
 #include "app/cli/Cli.h"
 #include "files/ChangedOnDisk.h"
-#include "kdbx/ByteReader.h"
 #include "kdbx/Identifiers.h"
 #include "kdbx/KdbxFile.h"
 #include "kdbx/KeyFile.h"
-#include "kdbx/OuterHeader.h"
 #include "tests/support/CliRunner.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestDb.h"

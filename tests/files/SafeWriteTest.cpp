@@ -329,49 +329,47 @@ TEST(SafeWrite, anyFailingCallLeavesTheTargetWholeAndNoTemporaryFile)
         ASSERT_GT(callsOfASave, 10u);
         // A real full disk is the tmpfs test below; one error stands for the rest here.
         const int error = EIO;
-        {
-            int failures = 0;
-            for (int n = 1; n <= static_cast<int>(callsOfASave); ++n) {
-                SCOPED_TRACE("call " + std::to_string(n) + ", " + std::strerror(error) +
-                             (fileExists ? "" : ", new file"));
-                reset();
-                posix::Call failed{};
-                bool saved = false;
-                try {
-                    Interception fault([&](int index, posix::Call call) {
-                        if (index != n)
-                            return 0;
-                        failed = call;
-                        return error;
-                    });
-                    save();
-                    saved = true;
-                } catch (const std::system_error& e) {
-                    ++failures;
-                    EXPECT_EQ(e.code().value(), error);
-                    EXPECT_THAT(e.what(), testing::StartsWith("Could not "));
-                    EXPECT_THAT(e.what(), testing::HasSubstr("db.kdbx"));
-                    EXPECT_THAT(e.what(), testing::HasSubstr(std::strerror(error)));
-                }
-                SCOPED_TRACE(std::string("failed call: ") + std::string(posix::callName(failed)));
-                if (saved) {
-                    EXPECT_EQ(readFile(target), next);
-                    // Only the removal of the file that was replaced may fail without consequence.
-                    if (failed != posix::Call::unlink) {
-                        EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
-                    }
-                    for (const auto& name : leftovers(dir.path()))
-                        fs::remove(dir / name);
-                } else {
-                    if (fileExists)
-                        EXPECT_EQ(readFile(target), original);
-                    else
-                        EXPECT_FALSE(test::exists(target));
+        int failures = 0;
+        for (int n = 1; n <= static_cast<int>(callsOfASave); ++n) {
+            SCOPED_TRACE("call " + std::to_string(n) + ", " + std::strerror(error) +
+                         (fileExists ? "" : ", new file"));
+            reset();
+            posix::Call failed{};
+            bool saved = false;
+            try {
+                Interception fault([&](int index, posix::Call call) {
+                    if (index != n)
+                        return 0;
+                    failed = call;
+                    return error;
+                });
+                save();
+                saved = true;
+            } catch (const std::system_error& e) {
+                ++failures;
+                EXPECT_EQ(e.code().value(), error);
+                EXPECT_THAT(e.what(), testing::StartsWith("Could not "));
+                EXPECT_THAT(e.what(), testing::HasSubstr("db.kdbx"));
+                EXPECT_THAT(e.what(), testing::HasSubstr(std::strerror(error)));
+            }
+            SCOPED_TRACE(std::string("failed call: ") + std::string(posix::callName(failed)));
+            if (saved) {
+                EXPECT_EQ(readFile(target), next);
+                // Only the removal of the file that was replaced may fail without consequence.
+                if (failed != posix::Call::unlink) {
                     EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
                 }
+                for (const auto& name : leftovers(dir.path()))
+                    fs::remove(dir / name);
+            } else {
+                if (fileExists)
+                    EXPECT_EQ(readFile(target), original);
+                else
+                    EXPECT_FALSE(test::exists(target));
+                EXPECT_THAT(leftovers(dir.path()), testing::IsEmpty());
             }
-            EXPECT_GT(failures, static_cast<int>(callsOfASave) / 2);
         }
+        EXPECT_GT(failures, static_cast<int>(callsOfASave) / 2);
     }
 }
 

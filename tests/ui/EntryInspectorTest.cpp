@@ -78,7 +78,6 @@ protected:
     model::Entry mail() { return *session().document().findEntry("AAAAAAAAAAAAAAAAAAAAAg=="); }
     state::DatabaseSession& session() { return vault.session(); }
     std::string xml() { return test::xmlText(session().document().xml()); }
-    static void type(QWidget* field, const QString& text) { test::retype(field, text); }
     // Tab leaves the field, as the user's editing ends.
     static void leave(QWidget* field) { field->clearFocus(); }
     int commands() { return test::undoDepth(session()); }
@@ -100,15 +99,15 @@ TEST_F(EntryInspectorTest, editsAreOneUndoableCommandEachAndTheInspectorFollowsT
     const std::string before = xml();
     EXPECT_EQ(inspector->passwordField()->edit()->echoMode(), QLineEdit::Password);
 
-    type(inspector->titleField(), QStringLiteral("Mailbox"));
+    test::retype(inspector->titleField(), QStringLiteral("Mailbox"));
     leave(inspector->titleField());
-    type(inspector->usernameField(), QStringLiteral("ann@example.com"));
+    test::retype(inspector->usernameField(), QStringLiteral("ann@example.com"));
     QTest::keyClick(inspector->usernameField(), Qt::Key_Return);
-    type(inspector->passwordField()->edit(), QStringLiteral("n3w"));
+    test::retype(inspector->passwordField()->edit(), QStringLiteral("n3w"));
     leave(inspector->passwordField()->edit());
-    type(inspector->urlField(), QStringLiteral("mail.example.com")); // the same text: no command
+    test::retype(inspector->urlField(), QStringLiteral("mail.example.com")); // the same text: no command
     leave(inspector->urlField());
-    type(inspector->notesView(), QStringLiteral("second"));
+    test::retype(inspector->notesView(), QStringLiteral("second"));
     leave(inspector->notesView());
     inspector->expiresCheck()->click();
     EXPECT_TRUE(inspector->expiresPicker()->isEnabled());
@@ -136,7 +135,7 @@ TEST_F(EntryInspectorTest, editsAreOneUndoableCommandEachAndTheInspectorFollowsT
     EXPECT_EQ(inspector->titleField()->text(), "Mailbox");
 
     // Another part's edit arrives while the user types in the title: the typing and its caret stay.
-    type(inspector->titleField(), QStringLiteral("Mail hub"));
+    test::retype(inspector->titleField(), QStringLiteral("Mail hub"));
     inspector->titleField()->setCursorPosition(4);
     ASSERT_TRUE(session().editField(mail(), "UserName", "bob"));
     EXPECT_EQ(inspector->usernameField()->text(), "bob");
@@ -153,7 +152,7 @@ TEST_F(EntryInspectorTest, editsAreOneUndoableCommandEachAndTheInspectorFollowsT
 
     // The entry leaves the table in the middle of another command (into the bin) while its title is typed in:
     // the typing still reaches it, as a command of its own once that one is done.
-    type(inspector->titleField(), QStringLiteral("Binned"));
+    test::retype(inspector->titleField(), QStringLiteral("Binned"));
     EXPECT_EQ(session().deleteEntry(mail()), model::DeleteResult::movedToBin);
     EXPECT_EQ(inspector->titleField()->text(), "Bank");
     QApplication::processEvents();
@@ -174,7 +173,7 @@ TEST_F(EntryInspectorTest, editsAreOneUndoableCommandEachAndTheInspectorFollowsT
     EXPECT_EQ(inspector->titleField()->text(), "Bank");
 
     // Locking while a field is typed in commits it and then drops the page with every field in it.
-    type(inspector->passwordField()->edit(), QStringLiteral("typed"));
+    test::retype(inspector->passwordField()->edit(), QStringLiteral("typed"));
     int edits = 0;
     QObject::connect(&session(), &state::DatabaseSession::itemChanged, inspector, [&] { ++edits; });
     const QPointer<ui::EntryInspector> gone(inspector);
@@ -240,7 +239,7 @@ TEST_F(EntryInspectorTest, revealCopyAndOpenUrl)
     QList<QUrl> opened;
     inspector->setUrlOpener([&](const QUrl& url) { opened << url; });
     inspector->openUrlButton()->click();
-    type(inspector->urlField(), QStringLiteral("ftp://mail.example.com"));
+    test::retype(inspector->urlField(), QStringLiteral("ftp://mail.example.com"));
     inspector->openUrlButton()->click(); // typed text counts, and ftp is not opened
     EXPECT_THAT(opened, ElementsAre(QUrl(QStringLiteral("https://mail.example.com"))));
     EXPECT_EQ(mail().url(), "ftp://mail.example.com");
@@ -259,7 +258,7 @@ TEST_F(EntryInspectorTest, customFieldsAddRenameProtectAndRemove)
     QTest::keyClicks(panel->rows()[1].nameEdit, "Recovery");
     QTest::keyClick(panel->rows()[1].nameEdit, Qt::Key_Return);
     ASSERT_EQ(panel->rows()[1].name, "Recovery");
-    type(panel->rows()[1].valueEdit, QStringLiteral("words"));
+    test::retype(panel->rows()[1].valueEdit, QStringLiteral("words"));
     panel->rows()[1].protect->click(); // the typed value goes in with the protection
     ASSERT_EQ(panel->rows().size(), 2u);
     EXPECT_TRUE(panel->rows()[1].secret);
@@ -267,9 +266,9 @@ TEST_F(EntryInspectorTest, customFieldsAddRenameProtectAndRemove)
     EXPECT_TRUE(mail().isFieldProtected("Recovery"));
 
     // Names kept for the standard fields and names in use are refused with a word to the user.
-    type(panel->rows()[1].nameEdit, QStringLiteral("Title"));
+    test::retype(panel->rows()[1].nameEdit, QStringLiteral("Title"));
     leave(panel->rows()[1].nameEdit);
-    type(panel->rows()[1].nameEdit, QStringLiteral("PIN"));
+    test::retype(panel->rows()[1].nameEdit, QStringLiteral("PIN"));
     leave(panel->rows()[1].nameEdit);
     EXPECT_THAT(rig.asker.warnings, ElementsAre("That name is kept for a standard field.",
                                                 "A field with that name already exists."));
