@@ -321,8 +321,10 @@ TEST(Cli, protectedValuesAreShownOnlyWhenAskedFor)
     notes.append_child("Key").text().set("Notes");
     notes.append_child("Value").append_attribute("Protected").set_value("True");
     writeFile(db, file->save(passwordOnly("pw")));
-    ASSERT_EQ(runCli({"edit", "--password-stdin", "--notes", "n3w", db, "Sample"}, "pw\n").exitCode, 0);
+    ASSERT_EQ(runCli({"edit", "--password-stdin", "--notes", "n3w \"q\" \\\t", db, "Sample"}, "pw\n").exitCode, 0);
     EXPECT_THAT(runCli({"show", "--password-stdin", db, "Sample"}, "pw\n").out, HasSubstr("Notes: [protected]\n"));
+    EXPECT_THAT(runCli({"show", "--show-protected", "--json", "--password-stdin", db, "Sample"}, "pw\n").out,
+                HasSubstr(R"("name":"Notes","value":"n3w \"q\" \\\t")"));
 }
 
 TEST(Cli, editsKeepOneVersionPerCommandAndDeletesGoThroughTheRecycleBin)

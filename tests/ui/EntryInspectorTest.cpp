@@ -264,6 +264,9 @@ TEST_F(EntryInspectorTest, customFieldsAddRenameProtectAndRemove)
     EXPECT_TRUE(panel->rows()[1].secret);
     EXPECT_EQ(mail().field("Recovery"), "words");
     EXPECT_TRUE(mail().isFieldProtected("Recovery"));
+    panel->rows()[1].protect->click(); // protection alone changes too
+    EXPECT_FALSE(mail().isFieldProtected("Recovery"));
+    panel->rows()[1].protect->click();
 
     // Names kept for the standard fields and names in use are refused with a word to the user.
     test::retype(panel->rows()[1].nameEdit, QStringLiteral("Title"));
@@ -278,7 +281,7 @@ TEST_F(EntryInspectorTest, customFieldsAddRenameProtectAndRemove)
     ASSERT_EQ(panel->rows().size(), 1u);
     EXPECT_FALSE(mail().field("PIN"));
     EXPECT_TRUE(mail().field("otp"));
-    EXPECT_EQ(commands(), 4);
+    EXPECT_EQ(commands(), 6);
     while (session().undo()) {
     }
     EXPECT_EQ(xml(), before);
