@@ -13,6 +13,7 @@ inline const QString newGroup = QStringLiteral("New Group");
 inline const QString lock = QStringLiteral("Lock");
 inline const QString lockTip = QStringLiteral("Lock the database");
 inline const QString toolbar = QStringLiteral("Toolbar");
+inline const QString databaseTabs = QStringLiteral("Open databases");
 inline const QString passwordCopied = QStringLiteral("Password copied");
 inline const QString usernameCopied = QStringLiteral("Username copied");
 

@@ -137,6 +137,7 @@ void EntryInspector::build()
     auto* scroll = new QScrollArea(pages_);
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setAccessibleName(inspectorText::fieldsName);
     editor_ = new QWidget(scroll);
     scroll->setWidget(editor_);
     pages_->addWidget(scroll);

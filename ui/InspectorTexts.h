@@ -6,6 +6,7 @@
 namespace quillon::ui::inspectorText {
 
 inline const QString inspectorName = QStringLiteral("Entry");
+inline const QString fieldsName = QStringLiteral("Entry fields");
 inline const QString noEntry = QStringLiteral("No entry selected");
 inline const QString title = QStringLiteral("Title");
 inline const QString username = QStringLiteral("Username");

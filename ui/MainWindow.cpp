@@ -59,6 +59,7 @@ MainWindow::MainWindow(const MenuHandlers& handlers, QWidget* parent) : QMainWin
 
     tabs_ = new QTabWidget(this);
     tabs_->setDocumentMode(true);
+    tabs_->setAccessibleName(actionText::databaseTabs);
     tabs_->setTabBarAutoHide(true);
     tabs_->setMovable(true);
     tabs_->tabBar()->setExpanding(true);
