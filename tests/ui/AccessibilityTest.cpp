@@ -16,6 +16,12 @@ using namespace quillon;
 
 namespace {
 
+QString nameOf(QWidget* widget)
+{
+    QAccessibleInterface* face = QAccessible::queryAccessibleInterface(widget);
+    return face ? face->text(QAccessible::Name).trimmed() : QString();
+}
+
 QStringList unnamedControls(const QWidget* top)
 {
     QStringList out;
@@ -23,10 +29,6 @@ QStringList unnamedControls(const QWidget* top)
         if (!widget->isVisible() || !(widget->focusPolicy() & Qt::TabFocus))
             continue;
         // A composite and the part it passes focus to (a spin box and its line edit): either may carry the name.
-        auto nameOf = [](QWidget* w) {
-            QAccessibleInterface* face = w ? QAccessible::queryAccessibleInterface(w) : nullptr;
-            return face ? face->text(QAccessible::Name).trimmed() : QString();
-        };
         QWidget* parent = widget->parentWidget();
         const bool paired = parent && (parent->focusProxy() == widget || widget->focusProxy() == parent);
         if (nameOf(widget).isEmpty() && !(paired && !nameOf(parent).isEmpty()))
